@@ -1,0 +1,58 @@
+#include "host/Account.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+
+namespace KIVO::Host {
+
+std::optional<Account> FindAccount(const std::string& name) {
+    const passwd* const entry = getpwnam(name.c_str());
+    if (!entry) {
+        return std::nullopt;
+    }
+    return Account{name, entry->pw_uid, entry->pw_gid};
+}
+
+void Become(const Account& account) {
+    if (geteuid() != 0) {
+        syslog(LOG_WARNING,
+               "Not started as root: the actions load and apply will answer with the error 117.");
+        return;
+    }
+    if (account.uid == 0) {
+        return;
+    }
+    // Where a user namespace forbids setgroups, the process never had a group that it could lose.
+    if (initgroups(account.name.c_str(), account.gid) != 0) {
+        syslog(
+            LOG_WARNING,
+            "The groups stay those of the starting user, since this user namespace lets no one set them: %s.",
+            std::strerror(errno));
+    }
+    if (setresgid(static_cast<gid_t>(-1), account.gid, static_cast<gid_t>(-1)) != 0 ||
+        setresuid(static_cast<uid_t>(-1), account.uid, static_cast<uid_t>(-1)) != 0) {
+        throw std::runtime_error("The ids of the account " + account.name + " cannot be taken on (" +
+                                 std::strerror(errno) + "): inside a user namespace use --account root.");
+    }
+}
+
+std::string FirstClosedFolder(const std::string& folder) {
+    std::filesystem::path path;
+    for (const std::filesystem::path& part : std::filesystem::path(folder)) {
+        path /= part;
+        if (faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) != 0) {
+            return path;
+        }
+    }
+    return "";
+}
+
+}  // namespace KIVO::Host

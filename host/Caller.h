@@ -1,0 +1,30 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KIVO::Host {
+
+/// On whose behalf a request is answered, and in which language.
+struct Caller {
+    std::string userName;
+    std::string language;
+    bool isAdmin;
+};
+
+/// The user of that name, with the user's own language; nothing for an unknown one.
+std::optional<Caller> FindCaller(const std::string& userName);
+
+/// The user whom the token signs in, found in a time that tells nothing about the stored tokens. Nothing when
+/// no user has it, or more than one.
+std::optional<Caller> FindCallerByToken(std::string_view token);
+
+/// True for a well-formed code with a folder below the text cache.
+bool HasLanguage(const std::string& language);
+
+/// The languages that have a text catalogue, sorted.
+std::vector<std::string> InstalledLanguages();
+
+}  // namespace KIVO::Host

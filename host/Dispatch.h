@@ -1,0 +1,21 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+#include "host/Caller.h"
+#include "host/Module.h"
+
+namespace KIVO::Host {
+
+/// The envelopes in which every answer is sent.
+Json::Value SuccessEnvelope(const Json::Value& data);
+Json::Value ErrorEnvelope(int code, const Json::Value& data);
+
+/// Answers one request: asks the method's check function and, unless it refuses, the handler, and returns the
+/// envelope of what they answered. `body` is a JSON object whose members are the parameters. Throws a
+/// Refusal: 400 when the body is something else, 500 (and logs why) when the method threw or set no answer.
+Json::Value Dispatch(const Method& method, const Caller& caller, const std::string& body);
+
+}  // namespace KIVO::Host

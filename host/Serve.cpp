@@ -1,0 +1,115 @@
+#include "host/Serve.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+#include "host/HttpServer.h"
+#include "host/Page.h"
+#include "host/Supervisor.h"
+#include "platform/kivocore/ApplianceRoot.h"
+#include "platform/kivocore/FileDescriptor.h"
+#include "platform/kivocore/Users.h"
+
+namespace KIVO::Host {
+
+namespace {
+
+/// A non-blocking socket that listens on 127.0.0.1; port 0 is replaced with the one taken.
+Appliance::FileDescriptor ListenOnLoopback(std::uint16_t& port) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    socklen_t size = sizeof address;
+    const int on = 1;
+
+    Appliance::FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (bind(listener.Get(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+        listen(listener.Get(), SOMAXCONN) != 0 ||
+        getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+        throw std::runtime_error("Cannot listen on 127.0.0.1:" + std::to_string(port) + ": " +
+                                 std::strerror(errno) + ".");
+    }
+    port = ntohs(address.sin_port);
+    return listener;
+}
+
+bool IsReadable(const std::string& path) { return faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) == 0; }
+
+/// Warns of what only the superuser may read.
+void CheckAsSuperuser() {
+    const std::string database = Appliance::Rooted("/var/lib/kivo/nexnotify.db");
+    if (!IsReadable(database)) {
+        syslog(LOG_WARNING, "There is no notification database at %s that can be read.", database.c_str());
+    }
+}
+
+/// Warns of what the account must be able to read.
+void CheckAsAccount(const Account& account) {
+    if (const std::string folder = FirstClosedFolder(Appliance::Rooted("/")); !folder.empty()) {
+        syslog(
+            LOG_WARNING,
+            "The account %s cannot enter %s: run chmod o+x on it, or put the appliance elsewhere and name it "
+            "with --root.",
+            account.name.c_str(), folder.c_str());
+        return;
+    }
+    if (Appliance::LoadUsers()->empty()) {
+        syslog(LOG_WARNING, "No one can sign in: there are no users in %s, or it cannot be read.",
+               Appliance::Rooted("/etc/kivo/users.json").c_str());
+    }
+    const std::string catalogue = Appliance::Rooted("/var/cache/texts/enu/mails");
+    if (!IsReadable(catalogue)) {
+        syslog(LOG_WARNING, "There is no English text catalogue at %s that can be read.", catalogue.c_str());
+    }
+}
+
+/// A descriptor that is readable when this worker alone is told to end.
+Appliance::FileDescriptor StopSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    return Appliance::FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC));
+}
+
+}  // namespace
+
+void Serve(const Module& module, const std::filesystem::path& pageFolder, const Account& account,
+           std::uint16_t port, unsigned workerCount) {
+    const Page page = ReadPage(pageFolder);
+    if (page.empty()) {
+        syslog(LOG_WARNING, "There is no notification centre page in %s.", pageFolder.c_str());
+    }
+    const Appliance::FileDescriptor listener = ListenOnLoopback(port);
+    CheckAsSuperuser();
+
+    // From here on the supervisor has the account's ids too: the workers are born with them, and its real and
+    // saved ids let it signal them all the same.
+    Become(account);
+    CheckAsAccount(account);
+
+    // A reader of the log or of a connection that goes away must not end a worker.
+    std::signal(SIGPIPE, SIG_IGN);
+    Supervisor supervisor(workerCount, [&](int lifeline) {
+        const Appliance::FileDescriptor stopSignals = StopSignals();
+        HttpServer(module, page, listener.Get()).Run(stopSignals.Get(), lifeline);
+    });
+    std::cout << "Listening on http://127.0.0.1:" << port << std::endl;
+    supervisor.Run();
+}
+
+}  // namespace KIVO::Host

@@ -1,0 +1,148 @@
+#include <json/writer.h>
+#include <syslog.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "host/Account.h"
+#include "host/Caller.h"
+#include "host/Dispatch.h"
+#include "host/Module.h"
+#include "host/Refusal.h"
+#include "host/Serve.h"
+#include "platform/kivocore/Json.h"
+
+namespace {
+
+using namespace KIVO::Host;
+
+constexpr int kErrorAnswer = 1;
+constexpr int kWrongUsage = 2;
+
+/// The folder whose bin/ holds this program, with the module and the page beside it.
+std::filesystem::path InstallPrefix() {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
+}
+
+template <typename Row>
+void PrintRows(const char* title, std::span<const Row> rows) {
+    std::cout << title << '\n';
+    for (const Row& row : rows) {
+        std::cout << "  " << row.api << '/' << row.version << '/' << row.method << '\n';
+    }
+}
+
+/// Answers one request and prints the envelope. The program's exit status.
+int Call(const Module& module, const Caller& caller, const std::string& address,
+         const std::string& parameters) {
+    Json::Value envelope;
+    try {
+        envelope = Dispatch(module.Find(address), caller, parameters);
+    } catch (const Refusal& refusal) {
+        envelope = ErrorEnvelope(static_cast<int>(refusal.Status()), refusal.what());
+    }
+    Json::StreamWriterBuilder writer;
+    writer["indentation"] = "  ";
+    writer["emitUTF8"] = true;
+    // Written and read once more, the envelope is sure to be UTF-8.
+    KIVO::Appliance::ParseJson(KIVO::Appliance::WriteJson(envelope), envelope);
+    std::cout << Json::writeString(writer, envelope) << std::endl;
+    return envelope["success"].asBool() ? EXIT_SUCCESS : kErrorAnswer;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    openlog("webapi-host", LOG_PID | LOG_PERROR, LOG_DAEMON);
+
+    CLI::App app("Serves a web-API module of the appliance on this machine.");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.get_formatter()->column_width(32);
+
+    std::string root = "/";
+    app.add_option("--root", root, "The folder below which the appliance's files lie")
+        ->envname("KIVO_ROOT")
+        ->check(CLI::ExistingDirectory)
+        ->capture_default_str();
+    std::string file = InstallPrefix() / "lib/dev/KIVO.Core.NEXNotify.so";
+    app.add_option("--module", file, "The module")->type_name("FILE")->capture_default_str();
+    std::string accountName = "nobody";
+    app.add_option("--account", accountName, "The account with whose rights the module is called")
+        ->type_name("NAME")
+        ->capture_default_str();
+
+    CLI::App& serve =
+        *app.add_subcommand("serve", "Serves the methods and the notification centre over HTTP");
+    std::uint16_t port = 8095;
+    serve.add_option("--port", port, "The port on 127.0.0.1; 0 for a free one")
+        ->type_name("N")
+        ->capture_default_str();
+    unsigned workerCount = std::max(1U, std::thread::hardware_concurrency());
+    serve.add_option("--workers", workerCount, "How many processes answer requests")
+        ->check(CLI::Range(1, 256))
+        ->type_name("N")
+        ->capture_default_str();
+
+    CLI::App& call = *app.add_subcommand("call", "Answers one request and prints the answer");
+    call.footer("The exit status is 0 on success, 1 on an error answer and 2 on wrong usage.");
+    std::string userName;
+    call.add_option("--user", userName, "On whose behalf the request is sent")->type_name("NAME")->required();
+    std::string language;
+    call.add_option("--language", language, "The language of the desktop; the user's own when absent")
+        ->type_name("LLL");
+    std::string address;
+    call.add_option("method", address, "The method, as API/VERSION/METHOD")->type_name("")->required();
+    std::string parameters = "{}";
+    call.add_option("parameters", parameters, "The parameters, as a JSON object")
+        ->type_name("")
+        ->capture_default_str();
+
+    const CLI::App& list = *app.add_subcommand("list", "Lists the methods that the module serves and checks");
+
+    try {
+        app.parse(argc, argv);
+        const Module module(std::filesystem::absolute(file));
+        if (list.parsed()) {
+            PrintRows("Served:", module.Rows());
+            PrintRows("Checked:", module.CheckRows());
+            return EXIT_SUCCESS;
+        }
+
+        setenv("KIVO_ROOT", std::filesystem::canonical(root).c_str(), 1);
+        const std::optional<Account> account = FindAccount(accountName);
+        if (!account) {
+            throw CLI::ValidationError("--account",
+                                       "There is no account " + accountName + " on this machine.");
+        }
+        if (serve.parsed()) {
+            Serve(module, InstallPrefix() / "share/notification-centre", *account, port, workerCount);
+            return EXIT_SUCCESS;
+        }
+
+        Become(*account);
+        std::optional<Caller> caller = FindCaller(userName);
+        if (!caller) {
+            throw CLI::ValidationError("--user", "The appliance has no user " + userName + ".");
+        }
+        if (!language.empty()) {
+            if (!HasLanguage(language)) {
+                throw CLI::ValidationError("--language", "The appliance has no language " + language + ".");
+            }
+            caller->language = language;
+        }
+        return Call(module, *caller, address, parameters);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_SUCCESS : kWrongUsage;
+    } catch (const std::exception& error) {
+        std::cerr << "webapi-host: " << error.what() << std::endl;
+        return EXIT_FAILURE;
+    }
+}

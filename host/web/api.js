@@ -1,0 +1,84 @@
+const NOTIFY = 'KIVO.Core.NEXNotify/1/notify';
+const STRINGS = 'KIVO.Core.NEXNotify.Strings/1/get';
+const MAIL = 'KIVO.Core.NEXNotify.MailContent/1/get';
+
+// The host answered, and the answer is no. `reason` is its sentence when it gave one.
+export class Refused extends Error {
+  constructor({code, data}) {
+    super(`refused with ${code}`);
+    this.code = code;
+    this.reason = typeof data === 'string' ? data : '';
+  }
+}
+
+// No answer came: the host is down, the line is cut, or what came is not the host's.
+export class Unreachable extends Error {}
+
+const PATIENCE_MS = 30_000;
+
+export class Api {
+  language = '';
+  #token;
+
+  constructor(token) {
+    this.#token = token;
+  }
+
+  session() {
+    return this.#ask('session', {method: 'GET'});
+  }
+
+  load({offset = 0, limit, all}) {
+    return this.#call(NOTIFY, {action: 'load', offset, limit, all});
+  }
+
+  deleteAll() {
+    return this.#call(NOTIFY, {action: 'apply', clean: 'all'});
+  }
+
+  // Without a category file to read, the answer is an empty array in place of the object.
+  async categories() {
+    const answer = await this.#call(NOTIFY, {action: 'loadHaveNtAppList'});
+    return answer?.items ?? [];
+  }
+
+  // Null when no tag has a text.
+  async strings() {
+    return await this.#call(STRINGS, {}) ?? {};
+  }
+
+  async mail(tag) {
+    const {mailContent} = await this.#call(MAIL, {title: tag});
+    return mailContent;
+  }
+
+  #call(method, parameters) {
+    return this.#ask(`webapi/${method}`, {
+      method: 'POST',
+      headers: {'Content-Type': 'application/json'},
+      body: JSON.stringify(parameters),
+    });
+  }
+
+  async #ask(path, {headers, ...request}) {
+    let envelope;
+    try {
+      const response = await fetch(path, {
+        ...request,
+        headers: {
+          ...headers,
+          'Authorization': `Bearer ${this.#token}`,
+          ...(this.language && {'KIVO-Language': this.language}),
+        },
+        cache: 'no-store',
+        signal: AbortSignal.timeout(PATIENCE_MS),
+      });
+      envelope = await response.json();
+    } catch (cause) {
+      throw new Unreachable(`no answer to ${path}`, {cause});
+    }
+    if (!envelope.success)
+      throw new Refused(envelope.error);
+    return envelope.data;
+  }
+}

@@ -1,0 +1,434 @@
+import {Api, Refused, Unreachable} from './api.js';
+import {Desktop} from './desktop.js';
+import {List, titleOf} from './list.js';
+import {categoryOf, fill, keysOf, nameOf, parametersOf, tagOf} from './text.js';
+import {timesIn} from './time.js';
+import {Watch} from './watch.js';
+import {languageOfBrowser, wordsIn} from './words.js';
+
+const PAGE = 30;
+// A filter may have to look far back for a page of its own: in steps that are few and not too large.
+const SEARCH_STEP = 500;
+const TOKEN = 'token';
+const OTHER = Symbol('notifications of no listed category');
+
+const VIEWS = ['loading', 'sign-in', 'failed', 'centre'];
+
+const byId = id => document.getElementById(id);
+const say = (key, values) => words.say(key, values);
+
+let words;
+let api;
+let session;
+let list;
+let desktop;
+let watch;
+
+let categories = [];
+let strings = {};
+let filters = new Map();    // what the list can be filtered by: the name and button of each category
+let filter = null;          // the one in use: a category's English title, OTHER, or null for all
+let hiddenToo = false;
+let loaded = [];            // the newest notifications, newest first
+let total = 0;
+let newest = 0;             // the time of the newest one, in seconds
+let wanted = PAGE;          // how many a person has asked to see
+let lastLook = Infinity;    // what is later than this is new
+let lastAnswer = null;      // what the last look was told, to compare the next one's answer with
+
+// Requests go one after the other, so that each finds the state that the one before it left.
+let turn = Promise.resolve();
+const inTurn = action => turn = turn.then(action);
+
+start();
+
+function start() {
+  const token = takeToken();
+  words = wordsIn(languageOfBrowser());
+  translate();
+  addEventListener('hashchange', () => {
+    if (takeToken() !== token)
+      location.reload();
+  });
+  byId('retry').addEventListener('click', () => inTurn(open));
+  if (!token) {
+    askToSignIn('signInMissing');
+    return;
+  }
+  api = new Api(token);
+  list = new List(byId('list'), openMail);
+  inTurn(open);
+}
+
+// The token is kept for this tab only, and out of the address, which gets copied and remembered.
+function takeToken() {
+  const given = new URLSearchParams(location.hash.slice(1)).get('token');
+  if (given) {
+    sessionStorage.setItem(TOKEN, given);
+    history.replaceState(null, '', location.pathname);
+  }
+  return sessionStorage.getItem(TOKEN);
+}
+
+// What this browser keeps for the user, beyond this tab.
+function memory(name) {
+  const key = `${session.user}:${name}`;
+  return {
+    get: () => localStorage.getItem(key),
+    set: value => localStorage.setItem(key, value),
+  };
+}
+
+async function open() {
+  show('loading');
+  try {
+    session = await api.session();
+    const language = memory('language').get();
+    api.language = session.languages.includes(language) ? language : session.language;
+    const [answer] = await Promise.all([load(PAGE), readTexts()]);
+    take(answer);
+  } catch (error) {
+    fail(error);
+    return;
+  }
+  lastAnswer = {total, newest};
+  // Whoever comes for the first time has nothing to compare with.
+  lastLook = Number(memory('lastLook').get() ?? newest);
+  desktop = new Desktop(memory('desktop'));
+  watch = new Watch(() => attempt(look));
+  wire();
+  speak();
+  draw();
+  show('centre');
+}
+
+// The texts come after the categories: asking for these is what makes an appliance write the file
+// that both are read from. A list without either is still worth showing.
+async function readTexts() {
+  const rows = await unlessRefused(api.categories(), []);
+  strings = await unlessRefused(api.strings(), {});
+  categories = rows;
+}
+
+async function unlessRefused(asked, fallback) {
+  try {
+    return await asked;
+  } catch (error) {
+    if (error instanceof Refused && error.code !== 401)
+      return fallback;
+    throw error;
+  }
+}
+
+function load(limit, offset = 0) {
+  return api.load({limit, offset, all: hiddenToo});
+}
+
+function take(answer) {
+  loaded = answer.items;
+  total = answer.total;
+  newest = answer.newestMsgTime;
+}
+
+// Looks for news with the smallest answer there is, and asks for the list only when there are some.
+async function look() {
+  const answer = await load(1);
+  const {total: nowTotal, newestMsgTime: nowNewest} = answer;
+  if (nowTotal === lastAnswer.total && nowNewest === lastAnswer.newest)
+    return;
+  const known = new Set(keysOf(loaded));
+  const before = newest;
+  const grown = Math.max(0, nowTotal - lastAnswer.total);
+  take(await load(Math.max(PAGE, loaded.length + grown)));
+  lastAnswer = {total: nowTotal, newest: nowNewest};
+  const keys = keysOf(loaded);
+  tell(loaded.filter((notification, index) => notification.time >= before && !known.has(keys[index])));
+}
+
+function tell(arrived) {
+  if (arrived.length === 0)
+    return;
+  const summary = say('arrived', {COUNT: arrived.length});
+  byId('live').textContent = summary;
+  desktop.raise(
+    arrived.filter(notification => (rowOf(notification)?.nexnotify ?? 'on') === 'on').map(notification => {
+      const texts = strings[notification.title];
+      return {
+        title: titleOf(texts?.title ?? '', words) || say('heading'),
+        body: texts ? fill(texts.msg, parametersOf(notification)) : notification.title,
+        key: JSON.stringify(notification),
+      };
+    }), summary);
+}
+
+const rowOf = notification => categoryOf(strings[notification.title]?.title, categories);
+
+const matching = () => filter === null ? loaded
+  : loaded.filter(notification => (rowOf(notification)?.category_enu ?? OTHER) === filter);
+
+// Loads until as many as wanted can be shown, or all there are.
+async function fillPage() {
+  while (matching().length < wanted && loaded.length < total) {
+    const answer = await load(filter === null ? wanted - loaded.length : SEARCH_STEP, loaded.length);
+    const moved = answer.total !== total || answer.newestMsgTime !== newest;
+    if (moved)
+      take(await load(loaded.length + PAGE));
+    else if (answer.items.length > 0)
+      loaded.push(...answer.items);
+    else
+      total = loaded.length;
+  }
+}
+
+// Runs what a person or the watch asked for and shows how it went.
+function attempt(action) {
+  return inTurn(async () => {
+    try {
+      await action();
+      if (!byId('trouble').hidden) {
+        byId('trouble').hidden = true;
+        byId('live').textContent = say('answersAgain');
+      }
+      watch.went(true);
+    } catch (error) {
+      report(error);
+    }
+    draw();
+  });
+}
+
+function report(error) {
+  if (error.code === 401) {
+    fail(error);
+    return;
+  }
+  watch.went(false);
+  byId('trouble').hidden = false;
+  byId('trouble').querySelector('p').textContent = `${reasonOf(error)} ${say('nextTry', {COUNT: watch.seconds})}`;
+}
+
+function reasonOf(error) {
+  if (error instanceof Unreachable)
+    return say('unreachable');
+  if (error instanceof Refused)
+    return error.reason || say('refused', {CODE: error.code});
+  throw error;
+}
+
+function fail(error) {
+  if (error.code === 401) {
+    askToSignIn('signInWrong');
+    return;
+  }
+  byId('failed-why').textContent = reasonOf(error);
+  show('failed');
+}
+
+function askToSignIn(why) {
+  sessionStorage.removeItem(TOKEN);
+  watch?.stop();
+  byId('sign-in-why').textContent = say(why);
+  show('sign-in');
+}
+
+async function openMail(tag) {
+  try {
+    return await api.mail(tag);
+  } catch (error) {
+    return say(error instanceof Refused && error.code === 117 ? 'noMail' : 'mailFailed');
+  }
+}
+
+function wire() {
+  byId('user').textContent = session.user;
+  byId('administrator').hidden = !session.administrator;
+  byId('language').append(...session.languages.map(language =>
+    new Option(nameOf(language), language, false, language === api.language)));
+
+  const on = (id, event, action) => byId(id).addEventListener(event, action);
+  on('language', 'change', () => attempt(changeLanguage));
+  on('sign-out', 'click', () => {
+    sessionStorage.removeItem(TOKEN);
+    location.reload();
+  });
+  on('more', 'click', () => {
+    wanted += PAGE;
+    byId('more').textContent = say('loadingMore');
+    attempt(fillPage);
+  });
+  on('hidden-too', 'change', () => attempt(reload));
+  on('desktop', 'click', async () => {
+    await desktop.toggle();
+    draw();
+  });
+  on('delete', 'click', () => attempt(askToDelete));
+  on('cancel', 'click', () => byId('confirm').close());
+  on('confirm-delete', 'click', () => {
+    byId('confirm').close();
+    attempt(deleteAll);
+  });
+  byId('trouble').querySelector('button').addEventListener('click', () => watch.now());
+  byId('news').querySelector('button').addEventListener('click', seen);
+  byId('empty').querySelector('button').addEventListener('click', () => choose(null));
+
+  // Leaving the page ends the look: whoever comes back wants to know what came since.
+  document.addEventListener('visibilitychange', () => document.hidden && seen());
+  addEventListener('storage', () => {
+    lastLook = Number(memory('lastLook').get() ?? lastLook);
+    draw();
+  });
+}
+
+function seen() {
+  lastLook = Math.max(lastLook, newest);
+  memory('lastLook').set(lastLook);
+  draw();
+}
+
+async function changeLanguage() {
+  const before = api.language;
+  api.language = byId('language').value;
+  try {
+    await readTexts();
+  } catch (error) {
+    api.language = before;
+    byId('language').value = before;
+    throw error;
+  }
+  memory('language').set(api.language);
+  speak();
+}
+
+async function reload() {
+  hiddenToo = byId('hidden-too').checked;
+  take(await load(wanted));
+  lastAnswer = {total, newest};
+  await fillPage();
+}
+
+function choose(category) {
+  filter = category;
+  wanted = PAGE;
+  attempt(fillPage);
+}
+
+// The numbers are asked for anew, and hidden kinds counted: all of them go.
+async function askToDelete() {
+  const [{total: all}, {total: visible}] =
+    await Promise.all([true, false].map(everything => api.load({limit: 1, all: everything})));
+  const hidden = all - visible;
+  byId('confirm-title').textContent = say('confirmTitle', {COUNT: all});
+  byId('confirm-hidden').textContent = say('confirmHidden', {COUNT: hidden});
+  byId('confirm-hidden').hidden = hidden === 0;
+  byId('confirm-delete').textContent = say('confirm', {COUNT: all});
+  byId('confirm').showModal();
+}
+
+async function deleteAll() {
+  await api.deleteAll();
+  await reload();
+  byId('live').textContent = say('deleted');
+  draw();
+  byId('empty').focus();
+}
+
+// Puts the language's words, texts and times everywhere.
+function speak() {
+  words = wordsIn(api.language);
+  translate();
+  byId('list').lang = byId('categories').lang = tagOf(api.language);
+  byId('text-note').hidden = Object.keys(strings).length > 0;
+  list.setTexts({strings, words, times: timesIn(words.tag)});
+  drawCategories();
+}
+
+function translate() {
+  document.documentElement.lang = words.tag;
+  for (const element of document.querySelectorAll('[data-word]'))
+    element.textContent = say(element.dataset.word);
+  for (const element of document.querySelectorAll('[data-word-label]'))
+    element.setAttribute('aria-label', say(element.dataset.wordLabel));
+  document.title = say('heading');
+}
+
+function show(view) {
+  for (const id of VIEWS)
+    byId(id).hidden = id !== view;
+  byId('skip').hidden = byId('account').hidden = view !== 'centre';
+}
+
+function draw() {
+  const found = matching();
+  const shown = found.slice(0, wanted);
+  const isEmpty = shown.length === 0 && loaded.length >= total;
+  list.draw(shown, lastLook);
+  byId('list').hidden = shown.length === 0;
+
+  byId('shown').textContent = isEmpty ? '' : filter === null
+    ? say('shown', {SHOWN: shown.length, COUNT: total})
+    : `${say('shownInCategory', {SHOWN: shown.length, CATEGORY: filters.get(filter).name})} · ${say('searched', {LOADED: loaded.length, TOTAL: total})}`;
+
+  const fresh = loaded.filter(({time}) => time > lastLook).length;
+  // Only what is loaded can be counted: when all of it is new, there may be more.
+  const count = fresh === loaded.length && loaded.length < total ? `${fresh}+` : `${fresh}`;
+  byId('badge').textContent = count;
+  byId('badge').hidden = byId('news').hidden = fresh === 0;
+  byId('news').querySelector('strong').textContent = say('newCount', {NUMBER: count, COUNT: fresh});
+  document.title = `${fresh ? `(${count}) ` : ''}${say('heading')}`;
+
+  const empty = byId('empty');
+  empty.hidden = !isEmpty;
+  empty.querySelector('p').textContent = say(filter === null ? 'empty' : 'emptyCategory');
+  empty.querySelector('button').hidden = filter === null;
+
+  const more = byId('more');
+  const hadFocus = document.activeElement === more;
+  more.textContent = say('showMore');
+  more.hidden = found.length <= wanted && loaded.length >= total;
+  if (hadFocus && more.hidden)
+    byId('list').focus();
+
+  byId('delete').hidden = total === 0;
+  for (const [category, {button}] of filters)
+    button.setAttribute('aria-pressed', category === filter);
+  drawDesktop();
+}
+
+function drawDesktop() {
+  const {state} = desktop;
+  byId('desktop').setAttribute('aria-checked', state === 'on');
+  byId('desktop').disabled = state === 'denied' || state === 'unsupported';
+  byId('desktop-note').textContent = say({
+    on: 'desktopOn', off: 'desktopOff', denied: 'desktopDenied', unsupported: 'desktopUnsupported',
+  }[state]);
+}
+
+function drawCategories() {
+  filters = new Map();
+  if (categories.length > 0) {
+    addFilter(null, say('allCategories'));
+    for (const row of categories)
+      addFilter(row.category_enu, row.category, row.nexnotify === 'on' ? 'on' : 'off');
+    addFilter(OTHER, say('otherCategories'));
+  }
+  byId('categories').replaceChildren(...[...filters.values()].map(({button}) => {
+    const item = document.createElement('li');
+    item.append(button);
+    return item;
+  }));
+  byId('category-note').textContent = say(categories.length > 0 ? 'choiceNote' : 'noCategories');
+}
+
+function addFilter(category, name, choice) {
+  const button = byId('category').content.cloneNode(true).firstElementChild;
+  button.querySelector('.name').textContent = name;
+  button.querySelector('.choice').hidden = !choice;
+  if (choice) {
+    button.dataset.choice = choice;
+    button.querySelector('use').setAttribute('href', choice === 'on' ? '#icon-bell' : '#icon-bell-off');
+    button.querySelector('.unseen').textContent = say('choice');
+    button.querySelector('.choice-word').textContent = say(choice);
+  }
+  button.addEventListener('click', () => choose(category));
+  filters.set(category, {name, button});
+}

@@ -1,0 +1,68 @@
+// What a stored notification, its texts and the categories mean: no document, no requests.
+
+// The title that a system notification has in place of a category's own.
+export const SYSTEM_TITLE = 'nexnotify:system_event';
+
+// The values that fill the placeholders; none when the notification carries none that can be read.
+export function parametersOf(notification) {
+  try {
+    const parameters = JSON.parse(notification.msg[0]);
+    return Object.fromEntries(
+      Object.entries(parameters).map(([name, value]) =>
+        [name, typeof value === 'string' ? value : JSON.stringify(value)]));
+  } catch {
+    return {};
+  }
+}
+
+// One pass, so that braces inside a value are never taken for a placeholder; a placeholder
+// without a value stays as it is, to show that something is missing.
+export function fill(text, parameters) {
+  return text.replace(/\{([^{}\s]+)\}/g,
+    (placeholder, name) => Object.hasOwn(parameters, name) ? parameters[name] : placeholder);
+}
+
+export function levelOf(strings) {
+  const level = strings?.level ?? '';
+  if (/ERR|CRIT/i.test(level))
+    return 'error';
+  return /WARN/i.test(level) ? 'warning' : 'info';
+}
+
+// The category row of a notification's title. The texts name a category by its title in the same
+// language as the rows, except the system's, which they replace by one fixed title.
+export function categoryOf(title, categories) {
+  return categories.find(row => title === SYSTEM_TITLE
+    ? row.category_enu.toLowerCase() === 'system'
+    : row.category === title);
+}
+
+// Stored notifications have no identity of their own, and two can be alike in every member:
+// the n-th of its kind, counted from the oldest, keeps its key when newer ones arrive.
+export function keysOf(notifications) {
+  const seen = new Map();
+  return notifications.toReversed().map(notification => {
+    const text = JSON.stringify(notification);
+    const count = (seen.get(text) ?? 0) + 1;
+    seen.set(text, count);
+    return `${count} ${text}`;
+  }).toReversed();
+}
+
+const LANGUAGE_TAGS = {
+  chs: 'zh-Hans', cht: 'zh-Hant', csy: 'cs', dan: 'da', enu: 'en', fre: 'fr', ger: 'de', hun: 'hu',
+  ita: 'it', jpn: 'ja', krn: 'ko', nld: 'nl', nor: 'no', plk: 'pl', ptb: 'pt-BR', ptg: 'pt-PT',
+  rus: 'ru', spn: 'es', sve: 'sv', tha: 'th', trk: 'tr',
+};
+
+// The BCP 47 tag of a UI language.
+export const tagOf = language => LANGUAGE_TAGS[language] ?? 'en';
+
+// A language in its own words, as its speakers look for it.
+export function nameOf(language) {
+  const tag = LANGUAGE_TAGS[language];
+  if (!tag)
+    return language;
+  const name = new Intl.DisplayNames(tag, {type: 'language'}).of(tag);
+  return name[0].toLocaleUpperCase(tag) + name.slice(1);
+}

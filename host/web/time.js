@@ -1,0 +1,50 @@
+const STEPS = [
+  ['minute', 60, 3600],
+  ['hour', 3600, 86_400],
+  ['day', 86_400, 7 * 86_400],
+  ['week', 7 * 86_400, 30 * 86_400],
+  ['month', 30.44 * 86_400, 365 * 86_400],
+  ['year', 365.25 * 86_400, Infinity],
+];
+
+// Words ("yesterday") follow the page's language, so that a sentence is in one language; formats
+// (the order of day and month, 12 or 24 hours) follow the reader's own settings.
+export function timesIn(language) {
+  const words = navigator.languages.find(own => own.split('-')[0] === language.split('-')[0]) ?? language;
+  const relative = new Intl.RelativeTimeFormat(words, {numeric: 'auto'});
+  const clock = new Intl.DateTimeFormat(navigator.language, {timeStyle: 'short'});
+  const full = new Intl.DateTimeFormat(navigator.language, {dateStyle: 'full', timeStyle: 'medium'});
+  const sameYear = new Intl.DateTimeFormat(words, {weekday: 'long', day: 'numeric', month: 'long'});
+  const otherYear = new Intl.DateTimeFormat(words, {dateStyle: 'long'});
+
+  return {
+    clock: date => clock.format(date),
+    full: date => full.format(date),
+
+    ago(date, now) {
+      const seconds = (date - now) / 1000;
+      const distance = Math.abs(seconds);
+      if (distance < 45)
+        return relative.format(0, 'second');
+      const [unit, size] = STEPS.find(([, , end]) => distance < end);
+      return relative.format(Math.sign(seconds) * Math.max(1, Math.round(distance / size)), unit);
+    },
+
+    day(date, now) {
+      const days = Math.round((midnight(date) - midnight(now)) / 86_400_000);
+      if (days === 0 || days === -1) {
+        const word = relative.format(days, 'day');
+        return word[0].toLocaleUpperCase(words) + word.slice(1);
+      }
+      return (date.getFullYear() === now.getFullYear() ? sameYear : otherYear).format(date);
+    },
+  };
+}
+
+// The moment of a stored time in seconds; null for a number that no calendar holds.
+export function momentOf(seconds) {
+  const date = new Date(Number(seconds) * 1000);
+  return Number.isNaN(date.valueOf()) ? null : date;
+}
+
+const midnight = date => new Date(date.getFullYear(), date.getMonth(), date.getDate());

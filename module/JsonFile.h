@@ -1,0 +1,18 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+namespace KIVO::NEXNotify {
+
+/// Parses the text as JSON the way the appliance's other components do: comments are allowed, and what
+/// follows the first value is not looked at. False when it is no JSON, or nested deeper than the JSON library
+/// goes.
+bool ParseJsonText(const char* begin, const char* end, Json::Value& value);
+
+/// Reads the whole file at the path and parses it into the value. False, with errno telling why, when it
+/// cannot be read (EBADMSG: it is not valid JSON).
+bool fromFile(Json::Value& value, const std::string& path);
+
+}  // namespace KIVO::NEXNotify

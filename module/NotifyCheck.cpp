@@ -1,0 +1,68 @@
+// The parameter check of method "notify". It knows the parameters that a client may send, not only those that
+// the handler reads: "lastRead" and "start" are checked and then ignored.
+
+#include <initializer_list>
+#include <string>
+
+#include "module/ErrorCodes.h"
+#include "module/NEXNotifyAPI.h"
+#include "webapi/APIValidator.h"
+#include "webapi/WebAPIUtil.h"
+
+namespace {
+
+constexpr char kActions[] = "[\"load\", \"apply\", \"loadHaveNtAppList\"]";
+
+bool Refuse(KIVO::APIResponse* response, const char* name, const char* reason) {
+    Json::Value refusal(Json::objectValue);
+    refusal["name"] = name;
+    refusal["reason"] = reason;
+    response->SetError(KIVO::NEXNotify::kErrorBadParameter, refusal);
+    return false;
+}
+
+}  // namespace
+
+bool NEXNotify_1_notify_Check(KIVO::APIRequest* request, KIVO::APIResponse* response) {
+    using KIVO::APIValidator;
+
+    auto lastRead = request->GetAndCheckReal("lastRead", KIVO::PARAM_OPTIONAL, nullptr);
+    lastRead.SetDefault(0.0);
+    auto all = request->GetAndCheckBool("all", KIVO::PARAM_OPTIONAL, nullptr);
+    all.SetDefault(false);
+    auto limit = request->GetAndCheckInt("limit", KIVO::PARAM_OPTIONAL, nullptr);
+    limit.SetDefault(0);
+    auto start = request->GetAndCheckInt("start", KIVO::PARAM_OPTIONAL, nullptr);
+    start.SetDefault(0);
+    auto clean = request->GetAndCheckString("clean", KIVO::PARAM_OPTIONAL, nullptr);
+    clean.SetDefault("");
+    const auto action = request->GetAndCheckString("action", KIVO::PARAM_REQUIRED, nullptr);
+
+    struct Validity {
+        const char* name;
+        bool isInvalid;
+        bool isSet;
+    };
+    for (const Validity& parameter : {
+             Validity{"lastRead", lastRead.IsInvalid(), lastRead.IsSet()},
+             Validity{"all", all.IsInvalid(), all.IsSet()},
+             Validity{"limit", limit.IsInvalid(), limit.IsSet()},
+             Validity{"start", start.IsInvalid(), start.IsSet()},
+             Validity{"clean", clean.IsInvalid(), clean.IsSet()},
+             Validity{"action", action.IsInvalid(), action.IsSet()},
+         }) {
+        if (parameter.isInvalid) {
+            return Refuse(response, parameter.name, parameter.isSet ? "type" : "required");
+        }
+    }
+
+    // Deleting is irrevocable, so the client has to say that it means all.
+    const bool cleansAll = clean.IsSet() && APIValidator::IsEqual(clean, "all");
+    if (APIValidator::IsEqual(action, "apply") && !cleansAll) {
+        return Refuse(response, "clean", "condition");
+    }
+    if (!action.IsSet() || !APIValidator::IsBelong(action, KIVO::WebAPIUtil::ParseJson(kActions))) {
+        return Refuse(response, "action", "condition");
+    }
+    return true;
+}

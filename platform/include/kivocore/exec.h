@@ -1,0 +1,14 @@
+#pragma once
+
+#include "kivocore/Export.h"
+
+extern "C" {
+
+/// Runs the executable at `path` with the arguments up to the first null one, without a shell, and waits for
+/// its end. The program inherits the environment and the standard streams, no other descriptor, and runs with
+/// the caller's effective ids as its real ones. Its exit status, or -1 when it could not be started or was
+/// killed.
+KIVO_PUBLIC int KLIBCExec(const char* path, const char* arg1, const char* arg2, const char* arg3,
+                          const char* arg4);
+
+}  // extern "C"

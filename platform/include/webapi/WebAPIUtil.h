@@ -1,0 +1,17 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+#include "kivocore/Export.h"
+
+namespace KIVO {
+
+class KIVO_PUBLIC WebAPIUtil {
+public:
+    /// The JSON value that the text holds, or null when it is not valid JSON.
+    static Json::Value ParseJson(const std::string& text);
+};
+
+}  // namespace KIVO

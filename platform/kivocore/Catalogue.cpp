@@ -1,0 +1,106 @@
+#include "platform/kivocore/Catalogue.h"
+
+#include <fcntl.h>
+#include <glib.h>
+
+#include <algorithm>
+#include <mutex>
+
+#include "platform/kivocore/FileContent.h"
+#include "platform/kivocore/FileDescriptor.h"
+
+namespace KIVO::Appliance {
+
+namespace {
+
+using KeyFile = std::unique_ptr<GKeyFile, decltype(&g_key_file_unref)>;
+using TextList = std::unique_ptr<gchar*, decltype(&g_strfreev)>;
+using Text = std::unique_ptr<gchar, decltype(&g_free)>;
+
+std::optional<std::string> ReadText(const KeyFile& file, const char* tag, const char* key) {
+    const Text text(g_key_file_get_string(file.get(), tag, key, nullptr), &g_free);
+    return text ? std::optional<std::string>(text.get()) : std::nullopt;
+}
+
+std::shared_ptr<const Catalogue> ParseCatalogue(const std::string& content) {
+    const KeyFile file(g_key_file_new(), &g_key_file_unref);
+    if (!g_key_file_load_from_data(file.get(), content.data(), content.size(), G_KEY_FILE_NONE, nullptr)) {
+        return nullptr;
+    }
+    const TextList tags(g_key_file_get_groups(file.get(), nullptr), &g_strfreev);
+    auto catalogue = std::make_shared<Catalogue>();
+    for (gchar** tag = tags.get(); *tag != nullptr; ++tag) {
+        catalogue->tags.emplace_back(*tag);
+        catalogue->entries.emplace(*tag, CatalogueEntry{
+                                             .category = ReadText(file, *tag, "category"),
+                                             .level = ReadText(file, *tag, "level"),
+                                             .message = ReadText(file, *tag, "message"),
+                                             .altMessage = ReadText(file, *tag, "altMessage"),
+                                             .mail = ReadText(file, *tag, "mail"),
+                                             .group = ReadText(file, *tag, "group"),
+                                             .appId = ReadText(file, *tag, "appid"),
+                                         });
+    }
+    return catalogue;
+}
+
+/// The catalogues read last, so that thousands of lookups in one file parse it once.
+class CatalogueCache {
+public:
+    std::shared_ptr<const Catalogue> Load(int descriptor) {
+        const std::optional<FileIdentity> identity = IdentifyFile(descriptor);
+        if (!identity) {
+            return nullptr;
+        }
+        const std::scoped_lock lock(m_mutex);
+        const auto known = std::find_if(m_files.begin(), m_files.end(), [&](const CachedFile& file) {
+            return file.identity.device == identity->device && file.identity.inode == identity->inode;
+        });
+        if (known != m_files.end()) {
+            if (known->identity == *identity) {
+                std::rotate(m_files.begin(), known, known + 1);
+                return m_files.front().catalogue;
+            }
+            m_files.erase(known);
+        }
+
+        const bool isSettled = IsSettled(*identity);
+        const std::optional<std::string> content = ReadFile(descriptor);
+        if (!content) {
+            return nullptr;
+        }
+        std::shared_ptr<const Catalogue> catalogue = ParseCatalogue(*content);
+        if (isSettled && IdentifyFile(descriptor) == identity) {  // else a writer may have overtaken the read
+            if (m_files.size() == kCapacity) {
+                m_files.pop_back();
+            }
+            m_files.insert(m_files.begin(), {*identity, catalogue});
+        }
+        return catalogue;
+    }
+
+private:
+    struct CachedFile {
+        FileIdentity identity;
+        std::shared_ptr<const Catalogue> catalogue;  // null: the file is no catalogue
+    };
+
+    static constexpr std::size_t kCapacity = 16;
+
+    std::mutex m_mutex;
+    std::vector<CachedFile> m_files;  // the one used last in front
+};
+
+}  // namespace
+
+std::shared_ptr<const Catalogue> LoadCatalogue(const std::string& path) {
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    return file.IsOpen() ? LoadCatalogue(file.Get()) : nullptr;
+}
+
+std::shared_ptr<const Catalogue> LoadCatalogue(int descriptor) {
+    static CatalogueCache cache;
+    return cache.Load(descriptor);
+}
+
+}  // namespace KIVO::Appliance

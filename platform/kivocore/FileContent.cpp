@@ -1,0 +1,75 @@
+#include "platform/kivocore/FileContent.h"
+
+#include <fcntl.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+
+#include "platform/kivocore/FileDescriptor.h"
+
+namespace KIVO::Appliance {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// Twice the longest step of a kernel's clock.
+constexpr std::chrono::nanoseconds kSettlingTime = 20ms;
+constexpr std::size_t kChunkSize = std::size_t{64} * 1024;
+
+std::optional<FileIdentity> Identify(const struct stat& status) {
+    if (!S_ISREG(status.st_mode)) {
+        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+        return std::nullopt;
+    }
+    const auto mtime =
+        std::chrono::seconds(status.st_mtim.tv_sec) + std::chrono::nanoseconds(status.st_mtim.tv_nsec);
+    return FileIdentity{status.st_dev, status.st_ino, status.st_size, mtime.count()};
+}
+
+}  // namespace
+
+std::optional<FileIdentity> IdentifyFile(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 ? Identify(status) : std::nullopt;
+}
+
+std::optional<FileIdentity> IdentifyFile(int descriptor) {
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 ? Identify(status) : std::nullopt;
+}
+
+bool IsSettled(const FileIdentity& identity) {
+    const std::chrono::nanoseconds now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::abs(now - std::chrono::nanoseconds(identity.mtimeNanoseconds)) > kSettlingTime;
+}
+
+std::optional<std::string> ReadFile(const std::string& path) {
+    // Opening a named pipe would wait for its writer before it could be refused.
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    return file.IsOpen() ? ReadFile(file.Get()) : std::nullopt;
+}
+
+std::optional<std::string> ReadFile(int descriptor) {
+    const std::optional<FileIdentity> identity = IdentifyFile(descriptor);
+    if (!identity) {
+        return std::nullopt;
+    }
+    std::string content;
+    content.reserve(static_cast<std::size_t>(identity->size));
+    std::array<char, kChunkSize> chunk;
+    while (true) {
+        const ssize_t length =
+            pread(descriptor, chunk.data(), chunk.size(), static_cast<off_t>(content.size()));
+        if (length > 0) {
+            content.append(chunk.data(), static_cast<std::size_t>(length));
+        } else if (length == 0) {
+            return content;
+        } else if (errno != EINTR) {
+            return std::nullopt;
+        }
+    }
+}
+
+}  // namespace KIVO::Appliance

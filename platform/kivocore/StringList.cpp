@@ -1,0 +1,99 @@
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "kivocore/list.h"
+#include "platform/kivocore/ErrorState.h"
+
+/// The head of the block; the pointers to the strings follow it.
+struct alignas(char*) KLIBCSzList {
+    int size;
+    int capacity;
+
+    char** Items() { return reinterpret_cast<char**>(this + 1); }
+    const char* const* Items() const { return reinterpret_cast<const char* const*>(this + 1); }
+};
+
+namespace {
+
+/// The list in a block with room for `capacity` strings, or null, the list as before, when memory is short.
+KLIBCSzList* Reserve(KLIBCSzList* list, int capacity) {
+    const std::size_t size = sizeof(KLIBCSzList) + static_cast<std::size_t>(capacity) * sizeof(char*);
+    auto* grown = static_cast<KLIBCSzList*>(realloc(list, size));
+    if (grown != nullptr) {
+        grown->capacity = capacity;
+    }
+    return grown;
+}
+
+bool Grow(KLIBCSzList** list) {
+    constexpr int kLargest = std::numeric_limits<int>::max();
+    const int capacity = (*list)->capacity;
+    if (capacity == kLargest) {
+        return false;
+    }
+    KLIBCSzList* grown = Reserve(*list, capacity > kLargest / 2 ? kLargest : std::max(2 * capacity, 16));
+    if (grown == nullptr) {
+        return false;
+    }
+    *list = grown;
+    return true;
+}
+
+}  // namespace
+
+KLIBCSzList* KLIBCSzListAlloc(int capacity) {
+    if (capacity < 0) {
+        SET_LAST_ERROR(BadParameter);
+        return nullptr;
+    }
+    KLIBCSzList* list = Reserve(nullptr, capacity);
+    if (list == nullptr) {
+        SET_LAST_ERROR(OutOfMemory);
+        return nullptr;
+    }
+    list->size = 0;
+    return list;
+}
+
+int KLIBCSzListPush(KLIBCSzList** list, const char* text) {
+    if (list == nullptr || *list == nullptr || text == nullptr) {
+        SET_LAST_ERROR(BadParameter);
+        return -1;
+    }
+    if ((*list)->size == (*list)->capacity && !Grow(list)) {
+        SET_LAST_ERROR(OutOfMemory);
+        return -1;
+    }
+    char* copy = strdup(text);
+    if (copy == nullptr) {
+        SET_LAST_ERROR(OutOfMemory);
+        return -1;
+    }
+    (*list)->Items()[(*list)->size++] = copy;
+    return 0;
+}
+
+int KLIBCSzListSize(const KLIBCSzList* list) { return list != nullptr ? list->size : 0; }
+
+const char* KLIBCSzListGet(const KLIBCSzList* list, int index) {
+    return index >= 0 && index < KLIBCSzListSize(list) ? list->Items()[index] : nullptr;
+}
+
+int KLIBCSzListFind(const KLIBCSzList* list, const char* text) {
+    for (int index = 0; text != nullptr && index < KLIBCSzListSize(list); ++index) {
+        if (strcmp(list->Items()[index], text) == 0) {
+            return index;
+        }
+    }
+    return -1;
+}
+
+void KLIBCSzListFree(KLIBCSzList* list) {
+    for (int index = 0; index < KLIBCSzListSize(list); ++index) {
+        free(list->Items()[index]);
+    }
+    free(list);
+}

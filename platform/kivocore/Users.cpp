@@ -1,0 +1,142 @@
+#include "platform/kivocore/Users.h"
+
+#include <json/value.h>
+#include <syslog.h>
+
+#include <mutex>
+#include <optional>
+#include <utility>
+
+#include "platform/kivocore/ApplianceRoot.h"
+#include "platform/kivocore/FileContent.h"
+#include "platform/kivocore/Json.h"
+
+namespace KIVO::Appliance {
+
+namespace {
+
+constexpr char kAdministrators[] = "administrators";
+constexpr char kDefaultLanguage[] = "enu";
+
+/// The strings of an array; none for a missing one, nothing for any other value.
+std::optional<std::unordered_set<std::string>> ReadStrings(const Json::Value& value) {
+    if (!value.isNull() && !value.isArray()) {
+        return std::nullopt;
+    }
+    std::unordered_set<std::string> strings;
+    for (const Json::Value& element : value) {
+        if (!element.isString()) {
+            return std::nullopt;
+        }
+        strings.insert(element.asString());
+    }
+    return strings;
+}
+
+/// "" for a missing string, nothing for any other value.
+std::optional<std::string> ReadString(const Json::Value& value) {
+    if (value.isNull()) {
+        return "";
+    }
+    return value.isString() ? std::optional(value.asString()) : std::nullopt;
+}
+
+std::optional<User> ReadUser(const Json::Value& entry) {
+    if (!entry.isObject()) {
+        return std::nullopt;
+    }
+    const std::optional<int> uid = AsInt(entry["uid"]);
+    const std::optional<int> gid = AsInt(entry["gid"]);
+    const auto language = ReadString(entry["language"]);
+    const auto groups = ReadStrings(entry["groups"]);
+    auto apps = ReadStrings(entry["apps"]);
+    auto hiddenTags = ReadStrings(entry["hiddenTags"]);
+    auto token = ReadString(entry["token"]);
+    if (!uid || *uid < 0 || !gid || *gid < 0 || !language || !groups || !apps || !hiddenTags || !token) {
+        return std::nullopt;
+    }
+    return User{
+        .uid = *uid,
+        .gid = *gid,
+        .language = IsLanguage(*language) ? *language : kDefaultLanguage,
+        .isAdmin = groups->contains(kAdministrators),
+        .apps = *std::move(apps),
+        .hiddenTags = *std::move(hiddenTags),
+        .token = *std::move(token),
+    };
+}
+
+/// The document's users; null when it is no users file.
+std::shared_ptr<const Users> ReadUsers(const Json::Value& document, const std::string& path, bool shouldLog) {
+    if (!document.isObject() || !document["users"].isObject()) {
+        return nullptr;
+    }
+    auto users = std::make_shared<Users>();
+    const Json::Value& entries = document["users"];
+    for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
+        const std::string name = entry.name();
+        std::optional<User> user = IsPlainName(name) ? ReadUser(*entry) : std::nullopt;
+        if (user) {
+            users->emplace(name, *std::move(user));
+        } else if (shouldLog) {
+            syslog(LOG_ERR, "%s: the entry of user \"%s\" is malformed and left out", path.c_str(),
+                   name.c_str());
+        }
+    }
+    return users;
+}
+
+class UsersCache {
+public:
+    std::shared_ptr<const Users> Load() {
+        const std::string path = Rooted("/etc/kivo/users.json");
+        const std::scoped_lock lock(m_mutex);
+        const std::optional<FileIdentity> identity = IdentifyFile(path);
+        if (path != m_path || !identity) {
+            m_users = std::make_shared<const Users>();
+            m_identity.reset();
+            m_isCurrent = false;
+            m_path = path;
+        }
+        if (!identity || (m_isCurrent && identity == m_identity)) {
+            return m_users;
+        }
+
+        const bool isSettled = IsSettled(*identity);
+        // Once for one state of the file, however often it is read.
+        const bool shouldLog = identity != m_identity;
+        const std::optional<std::string> content = ReadFile(path);
+        Json::Value document;
+        std::shared_ptr<const Users> users;
+        if (content && ParseJson(*content, document)) {
+            users = ReadUsers(document, path, shouldLog);
+        }
+        if (users) {
+            m_users = std::move(users);
+        } else if (shouldLog) {
+            syslog(LOG_ERR, "%s %s; the users stay as they were", path.c_str(),
+                   content ? "is no users file" : "cannot be read");
+        }
+        m_identity = identity;
+        m_isCurrent = content && isSettled && IdentifyFile(path) == identity;
+        return m_users;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::string m_path;
+    /// The file as it was read last.
+    std::optional<FileIdentity> m_identity;
+    /// Whether that read need not be repeated while the file stays the same.
+    bool m_isCurrent = false;
+    std::shared_ptr<const Users> m_users = std::make_shared<const Users>();
+};
+
+}  // namespace
+
+std::shared_ptr<const Users> LoadUsers() {
+    static UsersCache cache;
+    return cache.Load();
+}
+
+}  // namespace KIVO::Appliance

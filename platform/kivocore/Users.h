@@ -1,0 +1,37 @@
+#pragma once
+
+// Private to the stand-ins and the programs around them; the module never includes it.
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "kivocore/Export.h"
+
+namespace KIVO::Appliance {
+
+struct User {
+    int uid;
+    int gid;
+    /// The code of the user's desktop language.
+    std::string language;
+    /// A member of the group "administrators".
+    bool isAdmin;
+    /// The applications that the user may use.
+    std::unordered_set<std::string> apps;
+    /// The notification tags that the user may not see.
+    std::unordered_set<std::string> hiddenTags;
+    /// What the user's requests are signed in with; "" for a user who cannot sign in.
+    std::string token;
+};
+
+/// The appliance's users by name.
+using Users = std::unordered_map<std::string, User>;
+
+/// The users of etc/kivo/users.json, parsed at most once as long as the file stays the same. Never null:
+/// without the file there are no users. While the file is being rewritten and does not parse, the users are
+/// those it last had. Safe on any thread.
+KIVO_PUBLIC std::shared_ptr<const Users> LoadUsers();
+
+}  // namespace KIVO::Appliance

@@ -1,0 +1,223 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "tests/host/HostTest.h"
+
+namespace KIVO::Test {
+namespace {
+
+TEST_F(HostTest, EachRequestGetsItsStatusAndOneSentence) {
+    struct Case {
+        HttpRequest request;
+        int status;
+        /// The envelope's code, and how its data begins.
+        int code;
+        std::string data;
+    };
+    const std::string fits = "{}" + std::string(64 * 1024 - 2, ' ');
+    const std::string tooLarge = fits + " ";
+    const std::string wayTooLarge(3 * 1024 * 1024, ' ');
+    const std::vector<Case> cases = {
+        {{}, 200, 0, ""},
+        {{.contentType = "Application/JSON ; charset=utf-8"}, 200, 0, ""},
+        {{.body = fits}, 200, 0, ""},
+        {{.body = fits, .isChunked = true}, 200, 0, ""},
+        {{.path = "/webapi/Test/2/newer"}, 200, 0, ""},
+
+        {{.path = "/webapi/Test/1/fail"}, 200, 117, "it failed"},
+        {{.path = "/webapi/Test/1/refused"}, 200, 120, "not this one"},
+        {{.path = "/webapi/Test/1/throw"}, 500, 500, "The method failed"},
+        {{.path = "/webapi/Test/1/throwOther"}, 500, 500, "The method failed"},
+        {{.path = "/webapi/Test/1/setNothing"}, 500, 500, "The method failed"},
+        {{.path = "/webapi/Test/1/refusedSilently"}, 500, 500, "The method failed"},
+        {{.path = "/webapi/Test/1/refusedWithSuccess"}, 500, 500, "The method failed"},
+        {{.path = "/webapi/Test/1/throwInCheck"}, 500, 500, "The method failed"},
+
+        {{.body = ""}, 400, 400, "The request has no body"},
+        {{.body = "[]"}, 400, 400, "The body is not a JSON object"},
+        {{.body = "{\"a\":}"}, 400, 400, "Line 1"},
+        {{.body = "{} {}"}, 400, 400, "Line 1"},
+        {{.body = "{\"a\":\"\xff\"}"}, 400, 400, "The text is not UTF-8"},
+        {{.body = std::string(60000, '[')}, 400, 400, ""},
+
+        {{.path = "/nothing"}, 404, 404, "There is nothing"},
+        {{.path = "/webapi/"}, 404, 404, "A method is addressed"},
+        {{.path = "/webapi/Test/echo"}, 404, 404, "A method is addressed"},
+        {{.path = "/webapi/test/1/echo"}, 404, 404, "There is no API"},
+        {{.path = "/webapi/Test/1x/echo"}, 404, 404, "The version is not"},
+        {{.path = "/webapi/Test/18446744073709551617/echo"}, 404, 404, "The version is not"},
+        {{.path = "/webapi/Test/3/echo"}, 404, 404, "The API has no such version"},
+        {{.path = "/webapi/Test/2/echo"}, 404, 404, "The API has no such method"},
+
+        {{.method = "PUT"}, 405, 405, "The path does not take"},
+        {{.path = "/session"}, 405, 405, "The path does not take"},
+        {{.path = "/", .token = ""}, 405, 405, "The path does not take"},
+        {{.contentType = "text/plain"}, 415, 415, "The body's content type"},
+        {{.contentType = ""}, 415, 415, "The body's content type"},
+        {{.body = tooLarge}, 413, 413, "The body is larger"},
+        {{.body = tooLarge, .isChunked = true}, 413, 413, "The body is larger"},
+        {{.body = wayTooLarge, .isChunked = true}, 413, 413, "The body is larger"},
+        {{.body = tooLarge, .token = ""}, 401, 401, "The request carries no valid token"},
+    };
+    Serve();
+    const auto workers = m_host->Workers();
+    for (const auto& [request, status, code, data] : cases) {
+        const HttpReply reply = Send(request);
+        const Json::Value envelope = reply.Envelope();
+        SCOPED_TRACE(request.method + " " + request.path + " " + request.contentType + " " +
+                     request.body.substr(0, 80) + " -> " + reply.body.substr(0, 200));
+        EXPECT_EQ(reply.status, status);
+        EXPECT_EQ(envelope["success"].asBool(), code == 0);
+        EXPECT_EQ(envelope["error"]["code"].asInt(), code);
+        EXPECT_EQ(envelope["error"]["data"].asString().rfind(data, 0), 0U);
+        EXPECT_EQ(reply.Header("Content-Type"), "application/json; charset=utf-8");
+        EXPECT_EQ(reply.Header("Cache-Control"), "no-store");
+        EXPECT_EQ(reply.Header("X-Content-Type-Options"), "nosniff");
+        EXPECT_EQ(reply.Header("WWW-Authenticate"), status == 401 ? "Bearer" : "");
+        EXPECT_EQ(reply.Header("Allow"), status != 405              ? ""
+                                         : request.path.size() > 10 ? "POST"
+                                                                    : "GET, HEAD");
+    }
+    EXPECT_EQ(m_host->Workers(), workers);
+}
+
+TEST_F(HostTest, OnlyAUsersOwnTokenSignsIn) {
+    Serve();
+    const std::string token = kToken;
+    const HttpReply refused = Send({.token = ""});
+    EXPECT_EQ(refused.status, 401);
+    for (const std::string& wrong :
+         {std::string("x"), token.substr(1), token.substr(0, token.size() - 1), token + token,
+          std::string("shared-token"), "\"" + token + "\"", std::string("bob")}) {
+        for (const std::string path : {"/webapi/Test/1/echo", "/webapi/No/1/echo", "/session", "/nothing"}) {
+            const HttpReply reply = Send({.path = path, .token = wrong});
+            EXPECT_EQ(reply.status, 401) << path << ' ' << wrong;
+            EXPECT_EQ(reply.body, refused.body) << "A stranger learns nothing else.";
+        }
+    }
+    const std::string ending = "\r\nHost: x\r\nConnection: close\r\n\r\n";
+    for (const auto& [credentials, isAccepted] : std::map<std::string, bool>{{"Bearer " + token, true},
+                                                                             {"bEARER " + token, true},
+                                                                             {"Basic " + token, false},
+                                                                             {token, false},
+                                                                             {"Bearer ", false},
+                                                                             {"Bearer", false}}) {
+        const RawConnection connection(m_port);
+        connection.Send("GET /session HTTP/1.1\r\nAuthorization: " + credentials + ending);
+        EXPECT_EQ(connection.ReadAll().find("HTTP/1.1 200") == 0, isAccepted) << credentials;
+    }
+
+    // Taken away, a token is worth nothing from the next request on.
+    EXPECT_EQ(Echo()["user"], "alice");
+    m_root.WriteUsers({{.name = "alice", .token = "another-token"}});
+    EXPECT_EQ(Send().status, 401);
+    EXPECT_EQ(Send({.token = "another-token"}).status, 200);
+    EXPECT_EQ(Log().find("token"), std::string::npos) << Log();
+}
+
+TEST_F(HostTest, TheHandlerLearnsWhoAsksAndInWhichLanguage) {
+    Serve();
+    const Json::Value echo = Send({.body = R"({"text":"Grüße \u0000 \ud83d\ude00"})"}).Envelope()["data"];
+    EXPECT_EQ(echo["user"], "alice");
+    EXPECT_EQ(echo["administrator"], true);
+    EXPECT_EQ(echo["text"], Json::Value(std::string("Grüße \0 \U0001F600", 14)));
+    for (const auto& [header, language] : std::map<std::string, std::string>{{"", "ger"},
+                                                                             {"enu", "enu"},
+                                                                             {"fre", "fre"},
+                                                                             {"ENU", "ger"},
+                                                                             {"ita", "ger"},
+                                                                             {"../enu", "ger"}}) {
+        EXPECT_EQ(Send({.language = header}).Envelope()["data"]["language"], language) << header;
+        const Json::Value session =
+            Send({.path = "/session", .body = "", .method = "GET", .language = header}).Envelope()["data"];
+        EXPECT_EQ(session["language"], language) << header;
+        EXPECT_EQ(session["user"], "alice");
+        EXPECT_EQ(session["administrator"], true);
+        EXPECT_EQ(session["languages"].size(), 2U) << "French has a folder, but no catalogue.";
+        EXPECT_EQ(session["languages"][0], "enu");
+    }
+}
+
+TEST_F(HostTest, ThePageIsServedWithoutATokenAndNothingElseIs) {
+    Serve();
+    const HttpReply page = Send({.path = "/", .body = "", .method = "GET", .token = ""});
+    EXPECT_EQ(page.status, 200);
+    EXPECT_EQ(page.Header("Content-Type"), "text/html; charset=utf-8");
+    EXPECT_EQ(page.Header("Content-Security-Policy").rfind("default-src 'none';", 0), 0U);
+    EXPECT_EQ(page.Header("Referrer-Policy"), "no-referrer");
+    EXPECT_EQ(page.Header("X-Content-Type-Options"), "nosniff");
+    EXPECT_NE(page.body.find("<html"), std::string::npos);
+    const HttpReply head = Send({.path = "/", .body = "", .method = "HEAD", .token = ""});
+    EXPECT_EQ(head.status, 200);
+    EXPECT_EQ(head.Header("Content-Length"), std::to_string(page.body.size()));
+
+    for (const std::string path :
+         {"/../bin/webapi-host", "/%2e%2e/bin/webapi-host", "//etc/passwd", "/index.html/"}) {
+        const RawConnection connection(m_port);
+        connection.Send("GET " + path + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+        EXPECT_EQ(connection.ReadAll().find("HTTP/1.1 401"), 0U) << path;
+    }
+}
+
+TEST_F(HostTest, BytesThatAreNoRequestHurtNobody) {
+    Serve();
+    const auto workers = m_host->Workers();
+    const std::string start = "POST /webapi/Test/1/echo HTTP/1.1\r\nHost: x\r\nAuthorization: Bearer " +
+                              std::string(kToken) + "\r\nContent-Type: application/json\r\n";
+    const std::vector<std::string> texts = {
+        std::string(100, '\0'),
+        "\r\n\r\n\r\n",
+        "GET\r\n\r\n",
+        "POST / HTTP/9.9\r\n\r\n",
+        "GET / HTTP/1.1\r\n\r\n",
+        std::string(1 << 20, 'A'),
+        start + "X: " + std::string(20000, 'x') + "\r\n\r\n",
+        start + "Content-Length: -1\r\n\r\n{}",
+        start + "Content-Length: 99999999999999999999999\r\n\r\n{}",
+        start + "Content-Length: 18446744073709551615\r\n\r\n{}",
+        start + "Content-Length: 2\r\nContent-Length: 3\r\n\r\n{}",
+        start + "Transfer-Encoding: chunked\r\n\r\nFFFFFFFFFFFFFFFFF\r\n{}",
+        start + "Transfer-Encoding: chunked\r\n\r\nzz\r\n{}",
+        start + "Transfer-Encoding: nonsense\r\n\r\n{}",
+        start + "Content-Length: 10\r\n\r\n{}",
+    };
+    for (const std::string& text : texts) {
+        const RawConnection connection(m_port);
+        connection.Send(text);
+        EXPECT_EQ(Send().status, 200) << text.substr(0, 300);
+    }
+    EXPECT_EQ(m_host->Workers(), workers);
+    EXPECT_EQ(Log().find(kToken), std::string::npos);
+
+    const RawConnection largeHeader(m_port);
+    largeHeader.Send(texts[6]);
+    EXPECT_EQ(largeHeader.ReadAll().find("HTTP/1.1 431"), 0U);
+}
+
+TEST_F(HostTest, ASlowSenderKeepsNobodyWaitingAndASilentOneIsCutOff) {
+    Serve();
+    const std::string request = RawRequest("echo", R"({"text":"slow"})");
+    const RawConnection idle(m_port);
+    const RawConnection stopped(m_port);
+    stopped.Send(request.substr(0, request.size() - 1));
+    const auto start = std::chrono::steady_clock::now();
+
+    const RawConnection slow(m_port);
+    for (const char letter : request) {
+        slow.Send({letter});
+        EXPECT_EQ(Send().status, 200);
+    }
+    const std::string reply = slow.ReadAll();
+    EXPECT_EQ(reply.find("HTTP/1.1 200"), 0U) << reply;
+    EXPECT_NE(reply.find("\"slow\""), std::string::npos) << reply;
+
+    EXPECT_EQ(stopped.ReadAll(), "");
+    EXPECT_EQ(idle.ReadAll(), "");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
+}
+
+}  // namespace
+}  // namespace KIVO::Test

@@ -1,0 +1,184 @@
+// Reads the built libraries as the web-API server meets them: what they export, their name, their tables'
+// bytes.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "kivocore/exec.h"
+#include "kivocore/file.h"
+#include "sysnotify/nstring.h"
+#include "webapi/APIRequest.h"
+#include "webapi/APIResponse.h"
+#include "webapi/APITable.h"
+
+namespace KIVO::Test {
+namespace {
+
+std::string OutputOf(const std::string& command) {
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    std::string output;
+    std::array<char, 4096> chunk;
+    while (const size_t count = std::fread(chunk.data(), 1, chunk.size(), pipe.get())) {
+        output.append(chunk.data(), count);
+    }
+    return output;
+}
+
+struct CloseLibrary {
+    void operator()(void* library) const { dlclose(library); }
+};
+
+class BuiltFile : public testing::TestWithParam<const char*> {
+protected:
+    static std::unique_ptr<void, CloseLibrary> Load() {
+        return std::unique_ptr<void, CloseLibrary>(dlopen(GetParam(), RTLD_NOW | RTLD_LOCAL));
+    }
+
+    const std::string m_quoted = std::string("'") + GetParam() + "'";
+};
+
+TEST_P(BuiltFile, ExportsFourSymbolsUnderItsName) {
+    std::istringstream symbols(OutputOf("nm -D --defined-only --format=posix " + m_quoted));
+    std::set<std::string> names;
+    for (std::string line; std::getline(symbols, line);) {
+        names.insert(line.substr(0, line.find(' ')));
+    }
+    EXPECT_EQ(names, (std::set<std::string>{"GetAPICheckTable", "GetAPITable", "gCheckTable", "gTable"}));
+    EXPECT_NE(OutputOf("readelf -d " + m_quoted).find("soname: [KIVO.Core.NEXNotify.so]"), std::string::npos);
+}
+
+/// Eight bytes of a row.
+std::uint64_t WordAt(const void* table, size_t offset) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, static_cast<const char*>(table) + offset, sizeof word);
+    return word;
+}
+
+std::string TextAt(const void* table, size_t offset) {
+    return reinterpret_cast<const char*>(WordAt(table, offset));  // NOLINT(performance-no-int-to-ptr)
+}
+
+TEST_P(BuiltFile, HasTheTablesBytes) {
+    const auto library = Load();
+    ASSERT_TRUE(library) << dlerror();
+    struct Case {
+        const char* table;
+        const char* accessor;
+        size_t rowSize;
+        std::array<const char*, 3> apis;
+    };
+    for (const auto& [name, accessor, rowSize, apis] : {
+             Case{"gTable",
+                  "GetAPITable",
+                  32,
+                  {"KIVO.Core.NEXNotify", "KIVO.Core.NEXNotify.Strings", "KIVO.Core.NEXNotify.MailContent"}},
+             Case{"gCheckTable",
+                  "GetAPICheckTable",
+                  48,
+                  {"KIVO.Core.NEXNotify.MailContent", "KIVO.Core.NEXNotify.Strings", "KIVO.Core.NEXNotify"}},
+         }) {
+        SCOPED_TRACE(name);
+        const void* table = dlsym(library.get(), name);
+        const auto getTable = reinterpret_cast<const void* (*)()>(dlsym(library.get(), accessor));
+        ASSERT_TRUE(table && getTable);
+        EXPECT_EQ(getTable(), table);
+        EXPECT_EQ(getTable(), table);
+        for (size_t row = 0; row < 3; ++row) {
+            const size_t offset = row * rowSize;
+            EXPECT_EQ(TextAt(table, offset), apis[row]);
+            EXPECT_EQ(WordAt(table, offset + 8), 1U);
+            EXPECT_EQ(TextAt(table, offset + 16),
+                      std::string(apis[row]) == "KIVO.Core.NEXNotify" ? "notify" : "get");
+            EXPECT_NE(WordAt(table, offset + 24), 0U);
+            for (size_t reserved = 32; reserved < rowSize; reserved += 8) {
+                EXPECT_EQ(WordAt(table, offset + reserved), 0U);
+            }
+        }
+        for (size_t offset = 3 * rowSize; offset < 4 * rowSize; offset += 8) {
+            EXPECT_EQ(WordAt(table, offset), 0U) << "in the closing row";
+        }
+    }
+}
+
+/// The paths that the library under test hands to the platform, whose functions this program takes the places
+/// of.
+std::set<std::string>& Paths() {
+    static std::set<std::string> paths;
+    return paths;
+}
+
+TEST_P(BuiltFile, HandsItsFixedPathsToThePlatform) {
+    const auto library = Load();
+    ASSERT_TRUE(library) << dlerror();
+    const std::string root = GetParam() == std::string(DEV_FILE) ? "/appliance" : "";
+    setenv("KIVO_ROOT", "/appliance", 1);
+    Paths().clear();
+    const auto* table = static_cast<const APITableRow*>(dlsym(library.get(), "gTable"));
+    for (; table->api != nullptr; ++table) {
+        Json::Value parameters;
+        parameters["action"] = "loadHaveNtAppList";
+        parameters["pkgName"] = "Package";
+        APIRequest request(parameters, "alice", "ger", false);
+        APIResponse response;
+        table->handler(&request, &response);
+        if (response.GetData().isString()) {
+            Paths().insert(response.GetData().asString());
+        }
+    }
+    EXPECT_EQ(Paths(), (std::set<std::string>{
+                           root + "/usr/kivo/bin/notification_utils",
+                           root + "/usr/kivo/etc/notification/mails",
+                           root + "/usr/local/share/notification/config",
+                           root + "/var/cache/texts/enu/notification_category",
+                           root + "/var/cache/texts/enu/notification_category operater failed.",
+                           root + "/var/cache/texts/ger/mails",
+                       }));
+}
+
+INSTANTIATE_TEST_SUITE_P(, BuiltFile, testing::Values(PRODUCT_FILE, DEV_FILE),
+                         [](const auto& test) { return test.index == 0 ? "Product" : "Dev"; });
+
+}  // namespace
+}  // namespace KIVO::Test
+
+extern "C" {
+
+#define EXPORTED __attribute__((visibility("default")))
+
+EXPORTED uid_t geteuid() noexcept { return 0; }
+EXPORTED gid_t getegid() noexcept { return 0; }
+EXPORTED void syslog(int, const char*, ...) {}
+
+int KLIBCFileExist(const char* path) {
+    KIVO::Test::Paths().insert(path);
+    return 0;
+}
+
+int KLIBCFileEnumSection(const char* path, KLIBCSzList**) {
+    KIVO::Test::Paths().insert(path);
+    return -1;
+}
+
+int KLIBCExec(const char* path, const char*, const char*, const char*, const char*) {
+    KIVO::Test::Paths().insert(path);
+    return -1;
+}
+
+int KIVONotifyStringGetByPath(const char* path, const char*, NString*, int) {
+    KIVO::Test::Paths().insert(path);
+    return -1;
+}
+
+}  // extern "C"

@@ -1,0 +1,121 @@
+#include "kivocore/exec.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+#include <vector>
+
+#include "kivocore/error.h"
+
+namespace {
+
+int RunShell(const char* command) { return KLIBCExec("/bin/sh", "-c", command, nullptr, nullptr); }
+
+TEST(Exec, ReportsHowTheProgramEnded) {
+    EXPECT_EQ(RunShell("exit 0"), 0);
+    EXPECT_EQ(RunShell("exit 7"), 7);
+    EXPECT_EQ(RunShell("exit 127"), 127);
+    EXPECT_EQ(KLIBCExec("/bin/sh", "-c", "test \"$0\" = '$HOME *' && exit $#", "$HOME *", "one"), 1);
+    EXPECT_EQ(KLIBCExec("/bin/sh", "-c", "exit $#", nullptr, "not passed"), 0);
+
+    EXPECT_EQ(RunShell("kill -9 $$"), -1);
+    for (const char* path : {"/no/such/program", "/", "/etc/passwd", ""}) {
+        EXPECT_EQ(KLIBCExec(path, nullptr, nullptr, nullptr, nullptr), -1) << path;
+        EXPECT_EQ(KLIBCErrGet(), 0x2900);
+        EXPECT_STREQ(KLIBCErrorGetFile(), "Exec.cpp");
+    }
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left behind";
+}
+
+TEST(Exec, TheProgramInheritsTheStandardStreamsOnly) {
+    ASSERT_EQ(dup2(STDIN_FILENO, 57), 57);
+    EXPECT_EQ(RunShell("test -e /proc/self/fd/1 && test ! -e /proc/self/fd/57"), 0);
+    EXPECT_EQ(fcntl(57, F_GETFD), 0) << "the caller's own descriptor has changed";
+    close(57);
+}
+
+void Ignore(int /*signal*/) {}
+
+volatile sig_atomic_t reapedChildren = 0;
+
+void ReapEveryChild(int /*signal*/) {
+    const int savedError = errno;
+    while (waitpid(-1, nullptr, WNOHANG) > 0) {
+        reapedChildren = reapedChildren + 1;
+    }
+    errno = savedError;
+}
+
+TEST(Exec, KeepsTheExitStatusAndTheCallersSignalState) {
+    for (const auto& [handler, flags] : std::vector<std::pair<void (*)(int), int>>{
+             {SIG_DFL, 0}, {SIG_IGN, 0}, {SIG_DFL, SA_NOCLDWAIT}, {&ReapEveryChild, SA_RESTART}}) {
+        struct sigaction action {};
+        action.sa_handler = handler;
+        action.sa_flags = flags;
+        struct sigaction earlier {};
+        sigaction(SIGCHLD, &action, &earlier);
+        sigset_t mask;
+        sigemptyset(&mask);
+        sigaddset(&mask, SIGUSR2);
+        sigset_t earlierMask;
+        pthread_sigmask(SIG_SETMASK, &mask, &earlierMask);
+        signal(SIGPIPE, SIG_IGN);
+        signal(SIGUSR1, &Ignore);
+
+        EXPECT_EQ(RunShell("exit 7"), 7);
+        // Not through the shell, which would clear its mask.
+        for (const char* pattern : {"^SigBlk:[[:space:]]*0*$", "^SigIgn:[[:space:]]*0*$"}) {
+            EXPECT_EQ(KLIBCExec("/bin/grep", "-q", pattern, "/proc/self/status", nullptr), 0) << pattern;
+        }
+        EXPECT_EQ(RunShell("kill -USR1 $PPID; exit 3"), 3) << "a signal to the caller interrupted the wait";
+        EXPECT_EQ(KLIBCExec("/no/such/program", nullptr, nullptr, nullptr, nullptr), -1);
+
+        signal(SIGUSR1, SIG_DFL);
+        signal(SIGPIPE, SIG_DFL);
+        sigset_t maskAfter;
+        pthread_sigmask(SIG_SETMASK, &earlierMask, &maskAfter);
+        for (int number = 1; number < NSIG; ++number) {
+            EXPECT_EQ(sigismember(&maskAfter, number), sigismember(&mask, number)) << number;
+        }
+        struct sigaction after {};
+        sigaction(SIGCHLD, &earlier, &after);
+        EXPECT_EQ(after.sa_handler, handler);
+        EXPECT_EQ(after.sa_flags & (SA_NOCLDWAIT | SA_RESTART), flags);
+    }
+}
+
+TEST(Exec, TheCallerStillLearnsOfTheEndOfItsOtherChildren) {
+    const auto earlier = signal(SIGCHLD, &ReapEveryChild);
+    reapedChildren = 0;
+    const pid_t other = fork();
+    if (other == 0) {
+        usleep(50'000);
+        _exit(0);
+    }
+    EXPECT_EQ(KLIBCExec("/bin/sleep", "0.2", nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(reapedChildren, 1);
+    signal(SIGCHLD, earlier);
+}
+
+TEST(Exec, TheProgramRunsAsTheEffectiveUser) {
+    if (getuid() != 0) {
+        GTEST_SKIP() << "needs root";
+    }
+    constexpr uid_t kNobody = 65534;
+    ASSERT_EQ(setegid(kNobody), 0);
+    ASSERT_EQ(seteuid(kNobody), 0);
+    constexpr char kShowIds[] =
+        "test \"$(grep -E '^[UG]id:' /proc/self/status | tr -d '[:alpha:][:punct:][:space:]')\" = "
+        "6553465534655346553465534655346553465534";
+    EXPECT_EQ(RunShell(kShowIds), 0);
+    ASSERT_EQ(seteuid(0), 0);
+    ASSERT_EQ(setegid(0), 0);
+    EXPECT_EQ(RunShell("test \"$(id -u)$(id -ru)\" = 00"), 0);
+}
+
+}  // namespace

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KIVO::Test {
+
+/// One entry of the users file.
+struct TestUser {
+    std::string name;
+    int uid = 1026;
+    int gid = 100;
+    std::string language = "enu";
+    std::vector<std::string> groups = {"users"};
+    std::vector<std::string> apps = {};
+    std::vector<std::string> hiddenTags = {};
+    std::string token = {};
+};
+
+/// One column of a result row: nothing for NULL.
+using Column = std::optional<std::string>;
+
+/// An empty appliance root in a temporary folder that every account can read: the process's KIVO_ROOT from
+/// the constructor on. The destructor removes the folder and restores KIVO_ROOT. Every operation throws when
+/// it fails. Paths are the appliance's own, such as "/etc/kivo/users.json"; one object at a time.
+class ApplianceRoot {
+public:
+    ApplianceRoot();
+    ~ApplianceRoot();
+    ApplianceRoot(const ApplianceRoot&) = delete;
+    ApplianceRoot& operator=(const ApplianceRoot&) = delete;
+
+    const std::filesystem::path& Folder() const { return m_folder; }
+    /// The appliance's path as a path of this machine.
+    std::string Path(std::string_view appliancePath) const;
+
+    /// Writes the file, making the folders above it; one that exists is rewritten in place. Its path on this
+    /// machine.
+    std::string Write(std::string_view appliancePath, std::string_view content) const;
+    /// The same through a new file that is renamed over the old one.
+    std::string Replace(std::string_view appliancePath, std::string_view content) const;
+    /// The file's whole content; nothing when there is none.
+    std::optional<std::string> Read(std::string_view appliancePath) const;
+
+    void WriteUsers(const std::vector<TestUser>& users) const;
+    /// Writes the text catalogue of a language, in GLib key-file form.
+    void WriteCatalogue(std::string_view language, std::string_view keyFile) const;
+    /// Writes the document under etc/kivo/settings/users or …/groups.
+    void WriteUserSettings(const std::string& user, const Json::Value& document) const;
+    void WriteGroupSettings(const std::string& group, const Json::Value& document) const;
+
+    /// Creates the empty notification database, readable by its owner only.
+    void CreateDatabase() const;
+    /// Adds one message and links the users to it. Its message_id.
+    long long AddMessage(const std::vector<int>& uids, const std::optional<std::string>& content,
+                         long long timestamp) const;
+    /// Runs one statement on the notification database. The result rows.
+    std::vector<std::vector<Column>> Query(const std::string& sql) const;
+
+private:
+    std::filesystem::path m_folder;
+    std::optional<std::string> m_earlierRoot;
+};
+
+}  // namespace KIVO::Test

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace KIVO::Test {
+
+struct LogLine {
+    int priority;
+    std::string text;
+
+    bool operator==(const LogLine&) const = default;
+    friend std::ostream& operator<<(std::ostream& stream, const LogLine& line) {
+        return stream << line.priority << " " << line.text;
+    }
+};
+
+/// The lines logged so far by an executable that links this: it defines syslog. A test clears them to begin
+/// with.
+std::vector<LogLine>& LogLines();
+
+/// The texts of the lines, with the number behind "file:" replaced by "#": such a number tells only where the
+/// code stands today. Where the number itself counts, ask LogLines.
+std::vector<std::string> LoggedTexts();
+
+}  // namespace KIVO::Test
