@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <exception>
+#include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -12,6 +15,8 @@
 #include "module/Paths.h"
 #include "notify/NotificationStore.h"
 #include "notify/Notify.h"
+#include "notify/PageWindow.h"
+#include "notify/RowScan.h"
 #include "notify/StringList.h"
 #include "sdk/settings.h"
 #include "sdk/user.h"
@@ -21,61 +26,97 @@ namespace KIVO::NEXNotify {
 
 namespace {
 
-constexpr Json::ArrayIndex kDefaultPageSize = 30;
-
-/// The member as text, "" when the notification has none. A stored text that is no object, and a title that
-/// is no text, count as absent: one odd row must not cost the user the list.
-std::string TagOf(const Json::Value& notification) {
-    const Json::Value* title = notification.isObject() ? notification.find("title", "title" + 5) : nullptr;
-    return title != nullptr && title->isConvertibleTo(Json::stringValue) ? title->asString() : "";
-}
-
-bool HasTime(const Json::Value& notification) {
-    return notification.isObject() && notification.isMember("time");
-}
-
-struct QueryRun {
-    Json::Value rows{Json::arrayValue};
-    std::exception_ptr failure;
+/// Lets tags be looked up by a view of them.
+struct HashText {
+    using is_transparent = void;
+    size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
 };
 
-/// The callback of the query. No exception may pass through SQLite: it stops the query and waits in the run.
-int CollectRow(void* queryRun, int columnCount, char** columnTexts, char** columnNames) {
-    auto& run = *static_cast<QueryRun*>(queryRun);
-    try {
-        return Notify::readDbToJson(&run.rows, columnCount, columnTexts, columnNames);
-    } catch (...) {
-        run.failure = std::current_exception();
-        return 1;
-    }
-}
+/// Reads the stored notifications row by row, oldest first: filters them, and keeps what the answer is made
+/// of.
+class Listing {
+public:
+    /// `admits` tells whether notifications of a tag are listed; it is asked once a tag.
+    Listing(int limit, int offset, std::function<bool(const std::string& tag)> admits)
+        : m_admits(std::move(admits)), m_window(limit, offset) {}
 
-/// Puts one page of the listable notifications (those with "time"; oldest first) into the answer, newest
-/// first.
-void CutPage(const Json::Value& filtered, int limit, int offset, Json::Value& answer) {
-    const Json::ArrayIndex pageSize = limit > 0 ? static_cast<Json::ArrayIndex>(limit) : kDefaultPageSize;
-    const Json::ArrayIndex count = filtered.size();
-    const auto skip = static_cast<Json::ArrayIndex>(std::max(offset, 0));
-    Json::Value page(Json::arrayValue);
-    Json::ArrayIndex listable = 0;
-    Json::ArrayIndex skipped = 0;
-    for (Json::ArrayIndex i = count; i-- > 0;) {
-        if (!HasTime(filtered[i])) {
-            ++skipped;
-            continue;
+    /// The callback of the query, with the listing as its argument. No exception may pass through SQLite: it
+    /// stops the query and waits for ThrowFailure.
+    static int OnRow(void* listing, int columnCount, char** columnTexts, char** columnNames) noexcept {
+        auto& self = *static_cast<Listing*>(listing);
+        try {
+            return self.Add(columnCount, columnTexts, columnNames) ? 0 : 1;
+        } catch (...) {
+            self.m_failure = std::current_exception();
+            return 1;
         }
-        if (page.size() >= pageSize) {
-            break;
-        }
-        if (listable >= skip) {
-            page.append(filtered[i]);
-        }
-        ++listable;
     }
-    // A client that gives no limit is told what it got. One that pages is told how far it can go: what is
-    // older than the page and cannot be listed is not looked for, and counted.
-    answer["total"] = limit > 0 ? count - skipped : page.size();
-    answer["items"] = std::move(page);
+
+    /// Throws what stopped the query, if anything was thrown.
+    void ThrowFailure() const {
+        if (m_failure) {
+            std::rethrow_exception(m_failure);
+        }
+    }
+
+    bool HasRows() const { return m_hasRows; }
+    double NewestTime() const { return m_newestTime; }
+    const PageWindow& Window() const { return m_window; }
+
+private:
+    /// False when the row's text is not JSON.
+    bool Add(int columnCount, char** columnTexts, char** columnNames) {
+        m_hasRows = true;
+        const std::string_view text = columnTexts[0] != nullptr ? columnTexts[0] : "";
+        std::optional<RowFacts> facts = m_scanner.Scan(text);
+        std::string tagText;
+        if (!facts) {
+            Json::Value parsed(Json::arrayValue);
+            if (Notify::readDbToJson(&parsed, columnCount, columnTexts, columnNames) != 0) {
+                return false;
+            }
+            facts = FactsOf(parsed[0], tagText);
+        }
+        if (!IsAdmitted(facts->tag)) {
+            return true;
+        }
+        if (!facts->hasTime) {
+            m_window.AddUntimed();
+            return true;
+        }
+        m_window.AddTimed(text);
+        m_newestTime = std::max(m_newestTime, facts->time);
+        return true;
+    }
+
+    bool IsAdmitted(std::string_view tag) {
+        if (const auto known = m_admitted.find(tag); known != m_admitted.end()) {
+            return known->second;
+        }
+        std::string newTag(tag);
+        const bool isAdmitted = m_admits(newTag);
+        m_admitted.emplace(std::move(newTag), isAdmitted);
+        return isAdmitted;
+    }
+
+    std::function<bool(const std::string&)> m_admits;
+    PageWindow m_window;
+    RowScanner m_scanner;
+    std::unordered_map<std::string, bool, HashText, std::equal_to<>> m_admitted;
+    bool m_hasRows = false;
+    double m_newestTime = 0.0;
+    std::exception_ptr m_failure;
+};
+
+/// Makes the page's items. False when one is not JSON.
+bool ParseItems(const PageWindow& window, Json::Value& items) {
+    for (size_t position = 0; position < window.Size(); ++position) {
+        char* text = const_cast<char*>(window[position].c_str());  // the callback's type; it only reads
+        if (Notify::readDbToJson(&items, 1, &text, nullptr) != 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 }  // namespace
@@ -94,7 +135,9 @@ std::unordered_set<std::string> Notify::getEnabledNotificationList() const {
 }
 
 bool Notify::HasPrivilege(const Json::Value& notification) const {
-    return KIVOSysNotifyIsAllow(m_userName.c_str(), TagOf(notification).c_str()) == 1;
+    std::string tagText;
+    FactsOf(notification, tagText);
+    return KIVOSysNotifyIsAllow(m_userName.c_str(), tagText.c_str()) == 1;
 }
 
 int Notify::ExecuteLoad() {
@@ -117,46 +160,31 @@ int Notify::ExecuteLoad() {
     m_result["items"] = Json::Value(Json::arrayValue);
     m_result["newestMsgTime"] = 0;
 
-    QueryRun run;
-    const bool succeeded = store.Run(ReadNotificationsSql(uid), CollectRow, &run);
-    if (run.failure) {
-        std::rethrow_exception(run.failure);
-    }
-    if (!succeeded) {
+    Listing listing(m_limit, m_offset, [&](const std::string& tag) {
+        if (tag.find(':') == std::string::npos && !enabledTags.contains(tag)) {
+            return false;
+        }
+        if (m_all) {
+            return true;
+        }
+        Json::Value notification;
+        notification["title"] = tag;
+        return HasPrivilege(notification);
+    });
+    const bool hasRun = store.Run(ReadNotificationsSql(uid), &Listing::OnRow, &listing);
+    listing.ThrowFailure();
+    Json::Value items(Json::arrayValue);
+    if (!hasRun || !ParseItems(listing.Window(), items)) {
         LOG_FAILURE("run sql error");
         return kSuccess;
     }
-    if (run.rows.empty()) {
-        return kSuccess;
+    if (listing.HasRows()) {
+        m_result["newestMsgTime"] = listing.NewestTime();
+        // The order of the client's notification sources, which nothing on the appliance defines.
+        m_result["priorityMap"] = Json::Value();
+        m_result["items"] = std::move(items);
+        m_result["total"] = static_cast<Json::ArrayIndex>(listing.Window().Total());
     }
-
-    Json::Value filtered(Json::arrayValue);
-    double newest = 0.0;
-    std::unordered_map<std::string, bool>
-        privileges;  // Many rows share few tags: each tag is asked for once.
-    for (Json::Value& row : run.rows) {
-        const std::string tag = TagOf(row);
-        if (tag.find(':') == std::string::npos && !enabledTags.contains(tag)) {
-            continue;
-        }
-        if (!m_all) {
-            const auto [privilege, isNew] = privileges.try_emplace(tag);
-            if (isNew) {
-                privilege->second = HasPrivilege(row);
-            }
-            if (!privilege->second) {
-                continue;
-            }
-        }
-        if (HasTime(row) && row["time"].isConvertibleTo(Json::realValue)) {
-            newest = std::max(newest, row["time"].asDouble());
-        }
-        filtered.append(std::move(row));
-    }
-    m_result["newestMsgTime"] = newest;
-    // The order of the client's notification sources, which nothing on the appliance defines.
-    m_result["priorityMap"] = Json::Value();
-    CutPage(filtered, m_limit, m_offset, m_result);
     return kSuccess;
 }
 

@@ -3,6 +3,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "tests/support/Allocations.h"
 #include "tests/support/ModuleTest.h"
 
 namespace KIVO::Test {
@@ -213,10 +214,10 @@ TEST_F(Load, AnswersWhatIsMissing) {
 
 TEST_F(Load, RunningOutOfMemoryInsideTheQueryStopsIt) {
     AddListable(3);
-    std::optional<OutOfMemory> outOfMemory;
+    std::optional<AllocationLimit> outOfMemory;
     ThePlatform().fails = [&](std::string_view operation) {
         if (operation == "nexnotifyDbRunSql") {
-            outOfMemory.emplace();
+            outOfMemory.emplace(0);
         } else if (operation == "nexnotifyDbClose") {
             outOfMemory.reset();
         }

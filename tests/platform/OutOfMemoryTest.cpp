@@ -10,7 +10,7 @@
 #include "sysnotify/database.h"
 #include "sysnotify/nstring.h"
 #include "sysnotify/rights.h"
-#include "tests/platform/Allocations.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/ApplianceRoot.h"
 
 namespace {
@@ -34,9 +34,8 @@ protected:
             // done.
             m_root.Write("/etc/kivo/users.json", m_root.Read("/etc/kivo/users.json").value());
             m_root.Write(kMails, m_root.Read(kMails).value());
-            KIVO::Test::allocationsLeft = count;
+            const KIVO::Test::AllocationLimit limit(count);
             result = call();
-            KIVO::Test::allocationsLeft = -1;
         }
         EXPECT_EQ(result, success);
     }

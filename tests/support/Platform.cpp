@@ -3,9 +3,7 @@
 #include <dlfcn.h>
 #include <sqlite3.h>
 
-#include <cstdlib>
-#include <new>
-#include <utility>
+#include <string>
 
 #include "kivocore/exec.h"
 #include "kivocore/list.h"
@@ -15,18 +13,16 @@
 #include "sysnotify/database.h"
 #include "sysnotify/nstring.h"
 #include "sysnotify/rights.h"
+#include "tests/support/Allocations.h"
 
 namespace KIVO::Test {
 
 namespace {
 
-bool g_isOutOfMemory = false;
-
 /// Notes one call, with memory even when the code under test has none.
 void Count(const char* operation, const char* argument = nullptr) {
-    const bool isOutOfMemory = std::exchange(g_isOutOfMemory, false);
+    const AllocationLimit noLimit(-1);
     ++ThePlatform().calls[argument != nullptr ? operation + std::string(":") + argument : operation];
-    g_isOutOfMemory = isOutOfMemory;
 }
 
 /// Counts the call. True when it is to fail.
@@ -50,25 +46,9 @@ Platform& ThePlatform() {
     return platform;
 }
 
-OutOfMemory::OutOfMemory() { g_isOutOfMemory = true; }
-
-OutOfMemory::~OutOfMemory() { g_isOutOfMemory = false; }
-
 }  // namespace KIVO::Test
 
 using namespace KIVO::Test;
-
-void* operator new(std::size_t size) {
-    void* memory = g_isOutOfMemory ? nullptr : std::malloc(size != 0 ? size : 1);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-void operator delete(void* memory) noexcept { std::free(memory); }
-
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 extern "C" {
 

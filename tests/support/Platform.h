@@ -19,13 +19,4 @@ struct Platform {
 /// The platform of this process. A test assigns a new one to begin with.
 Platform& ThePlatform();
 
-/// Makes `operator new` fail from now on until the object dies.
-class OutOfMemory {
-public:
-    OutOfMemory();
-    ~OutOfMemory();
-    OutOfMemory(const OutOfMemory&) = delete;
-    OutOfMemory& operator=(const OutOfMemory&) = delete;
-};
-
 }  // namespace KIVO::Test

@@ -1,4 +1,4 @@
-#include "tests/platform/Allocations.h"
+#include "tests/support/Allocations.h"
 
 #include <cstdlib>
 #include <new>
@@ -11,14 +11,18 @@ thread_local long allocationsLeft = -1;
 
 using KIVO::Test::allocationsLeft;
 
-void* operator new(std::size_t size) {
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     if (allocationsLeft == 0) {
-        throw std::bad_alloc();
+        return nullptr;
     }
     if (allocationsLeft > 0) {
         --allocationsLeft;
     }
-    if (void* block = std::malloc(size)) {
+    return std::malloc(size != 0 ? size : 1);
+}
+
+void* operator new(std::size_t size) {
+    if (void* block = operator new(size, std::nothrow)) {
         return block;
     }
     throw std::bad_alloc();
@@ -27,3 +31,5 @@ void* operator new(std::size_t size) {
 void operator delete(void* block) noexcept { std::free(block); }
 
 void operator delete(void* block, std::size_t /*size*/) noexcept { std::free(block); }
+
+void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
