@@ -272,7 +272,8 @@ def print_links(root: Path, port: int) -> None:
         print(f"  {name:6} {role:14} {user['language']}  {address}/#token={user['token']}")
     token = next(iter(users.values()))["token"]
     print("Or ask from the command line:")
-    print(f"  curl --json '{{\"action\":\"load\",\"limit\":5}}' -H 'Authorization: Bearer {token}' "
+    print(f"  TOKEN={token}")
+    print("  curl --json '{\"action\":\"load\",\"limit\":5}' -H \"Authorization: Bearer $TOKEN\" "
           f"{address}/webapi/KIVO.Core.NEXNotify/1/notify", flush=True)
 
 

@@ -28,15 +28,11 @@ Json::Value ParseParameters(const std::string& body) {
     return parameters;
 }
 
-[[noreturn]] void RefuseForMethod(const APITableRow& row, const char* fault) {
-    syslog(LOG_ERR, "%s/%llu/%s %s", row.api, static_cast<unsigned long long>(row.version), row.method,
-           fault);
-    throw Refusal(500, "The method failed and gave no answer.");
-}
+constexpr char kNoAnswer[] = "The method failed and gave no answer.";
 
 /// Lets the method answer. True when its check function accepted the request.
 bool Call(const Method& method, APIRequest& request, APIResponse& response) {
-    std::string fault = "threw something that is no std::exception";
+    std::string thrown = "something that is no std::exception";
     try {
         if (!method.check(&request, &response)) {
             return false;
@@ -44,10 +40,12 @@ bool Call(const Method& method, APIRequest& request, APIResponse& response) {
         method.row->handler(&request, &response);
         return true;
     } catch (const std::exception& exception) {
-        fault = std::string("threw: ") + exception.what();
+        thrown = exception.what();
     } catch (...) {
     }
-    RefuseForMethod(*method.row, fault.c_str());
+    syslog(LOG_ERR, "%s/%llu/%s threw: %s", method.row->api,
+           static_cast<unsigned long long>(method.row->version), method.row->method, thrown.c_str());
+    throw Refusal(500, kNoAnswer);
 }
 
 }  // namespace
@@ -74,11 +72,9 @@ Json::Value Dispatch(const Method& method, const Caller& caller, const std::stri
     if (response.GetState() == APIResponse::State::Error) {
         return ErrorEnvelope(response.GetErrorCode(), response.GetData());
     }
-    if (!accepted) {
-        RefuseForMethod(*method.row, "was refused by its check function without an answer");
-    }
-    if (response.GetState() == APIResponse::State::Unset) {
-        RefuseForMethod(*method.row, "set no answer");
+    // A method that sets no answer has logged why.
+    if (!accepted || response.GetState() == APIResponse::State::Unset) {
+        throw Refusal(500, kNoAnswer);
     }
     return SuccessEnvelope(response.GetData());
 }

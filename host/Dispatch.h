@@ -15,7 +15,8 @@ Json::Value ErrorEnvelope(int code, const Json::Value& data);
 
 /// Answers one request: asks the method's check function and, unless it refuses, the handler, and returns the
 /// envelope of what they answered. `body` is a JSON object whose members are the parameters. Throws a
-/// Refusal: 400 when the body is something else, 500 (and logs why) when the method threw or set no answer.
+/// Refusal: 400 when the body is something else, 500 when the method threw, which is logged, or set no
+/// answer.
 Json::Value Dispatch(const Method& method, const Caller& caller, const std::string& body);
 
 }  // namespace KIVO::Host

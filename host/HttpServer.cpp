@@ -27,8 +27,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-constexpr std::size_t kBodyLimit = 64 * 1024;
-constexpr std::size_t kConnectionMemory = 16 * 1024;
+constexpr std::size_t kBodyLimit = 64UL * 1024;
+constexpr std::size_t kConnectionMemory = 16UL * 1024;
 constexpr unsigned kConnectionLimit = 512;
 constexpr std::chrono::seconds kIdleTimeout = 10s;
 constexpr std::chrono::seconds kDrainTime = 10s;

@@ -102,7 +102,7 @@ void Serve(const Module& module, const std::filesystem::path& pageFolder, const 
     Become(account);
     CheckAsAccount(account);
 
-    // A reader of the log or of a connection that goes away must not end a worker.
+    // Neither a reader of the log nor a client that goes away may end a worker.
     std::signal(SIGPIPE, SIG_IGN);
     Supervisor supervisor(workerCount, [&](int lifeline) {
         const Appliance::FileDescriptor stopSignals = StopSignals();

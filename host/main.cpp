@@ -57,11 +57,8 @@ int Call(const Module& module, const Caller& caller, const std::string& address,
     return envelope["success"].asBool() ? EXIT_SUCCESS : kErrorAnswer;
 }
 
-}  // namespace
-
-int main(int argc, char* argv[]) {
-    openlog("webapi-host", LOG_PID | LOG_PERROR, LOG_DAEMON);
-
+/// Does what the command line says. The program's exit status.
+int Run(int argc, char* argv[]) {
     CLI::App app("Serves a web-API module of the appliance on this machine.");
     app.require_subcommand(1);
     app.fallthrough();
@@ -71,7 +68,7 @@ int main(int argc, char* argv[]) {
     app.add_option("--root", root, "The folder below which the appliance's files lie")
         ->envname("KIVO_ROOT")
         ->check(CLI::ExistingDirectory)
-        ->capture_default_str();
+        ->option_text("DIR=/ (Env:KIVO_ROOT)");
     std::string file = InstallPrefix() / "lib/dev/KIVO.Core.NEXNotify.so";
     app.add_option("--module", file, "The module")->type_name("FILE")->capture_default_str();
     std::string accountName = "nobody";
@@ -141,6 +138,15 @@ int main(int argc, char* argv[]) {
         return Call(module, *caller, address, parameters);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_SUCCESS : kWrongUsage;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    openlog("webapi-host", LOG_PID | LOG_PERROR, LOG_DAEMON);
+    try {
+        return Run(argc, argv);
     } catch (const std::exception& error) {
         std::cerr << "webapi-host: " << error.what() << std::endl;
         return EXIT_FAILURE;

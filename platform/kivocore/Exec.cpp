@@ -19,9 +19,9 @@ using KIVO::Appliance::FileDescriptor;
 
 constexpr int kNotStarted = 127;
 
-/// For its lifetime SIGCHLD has its default action and is blocked, so that the caller's handler cannot take
-/// the exit status away and ignoring the signal cannot discard it. Every other signal is blocked until
-/// WatchSignals.
+/// For its lifetime SIGCHLD has its default action, so that ignoring it cannot discard the exit status, and
+/// is blocked, so that the caller's handler neither takes the status away nor misses another child's end.
+/// Every other signal is blocked until WatchSignals.
 class SignalScope {
 public:
     SignalScope() {
@@ -53,8 +53,8 @@ private:
 };
 
 /// Turns the forked copy of the caller into the program; returns when that fails. Only calls that are safe
-/// after a fork of a process with threads; the ids are set by system call because the C library's functions
-/// would do it for all its threads.
+/// after a fork of a process with threads; the ids by system call because the C library's functions would set
+/// them for all its threads.
 void Become(const char* path, const char* const* arguments) {
     struct sigaction defaultAction {};
     defaultAction.sa_handler = SIG_DFL;
@@ -65,8 +65,8 @@ void Become(const char* path, const char* const* arguments) {
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &none, nullptr);
 
-    const gid_t gid = getegid();
-    const uid_t uid = geteuid();
+    const long gid = syscall(SYS_getegid);
+    const long uid = syscall(SYS_geteuid);
     if (syscall(SYS_setresgid, gid, gid, gid) != 0 || syscall(SYS_setresuid, uid, uid, uid) != 0 ||
         close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) != 0) {
         return;

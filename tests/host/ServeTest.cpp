@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -195,6 +195,36 @@ TEST_F(HostTest, BytesThatAreNoRequestHurtNobody) {
     const RawConnection largeHeader(m_port);
     largeHeader.Send(texts[6]);
     EXPECT_EQ(largeHeader.ReadAll().find("HTTP/1.1 431"), 0U);
+}
+
+TEST_F(HostTest, ARequestThatMemoryIsTooShortForCostsNoOther) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "With AddressSanitizer memory that runs short ends the process.";
+#endif
+    Serve();
+    std::string large = R"({"text":[1)";
+    for (int i = 0; i < 30000; ++i) {
+        large += ",1";
+    }
+    large += "]}";
+    const std::string request = RawRequest("echo", large);
+    const RawConnection connection(m_port);
+    connection.Send(request.substr(0, request.size() / 2));
+    EXPECT_EQ(Send().status, 200);
+
+    const auto workers = m_host->Workers();
+    rlimit earlier = {};
+    prlimit(workers.at(0), RLIMIT_AS, nullptr, &earlier);
+    const rlimit none = {0, earlier.rlim_max};
+    prlimit(workers.at(0), RLIMIT_AS, &none, nullptr);
+    connection.Send(request.substr(request.size() / 2));
+    const std::string reply = connection.ReadAll();
+    EXPECT_EQ(reply.find("HTTP/1.1 500"), 0U) << reply;
+    EXPECT_NE(reply.find(R"("code":500)"), std::string::npos) << reply;
+
+    prlimit(workers.at(0), RLIMIT_AS, &earlier, nullptr);
+    EXPECT_EQ(Send({.body = large}).status, 200);
+    EXPECT_EQ(m_host->Workers(), workers);
 }
 
 TEST_F(HostTest, ASlowSenderKeepsNobodyWaitingAndASilentOneIsCutOff) {
