@@ -1,4 +1,4 @@
-import {fill, keysOf, levelOf, parametersOf, SYSTEM_TITLE} from './text.js';
+import {fill, keysOf, levelOf, parametersOf} from './text.js';
 import {momentOf} from './time.js';
 
 // The list of notifications in the document. Rows are kept from one drawing to the next, so that
@@ -17,7 +17,7 @@ export class List {
     this.#openMail = openMail;
   }
 
-  // The texts that rows are made of: the strings of each tag, the page's words, the times.
+  // What rows are made of: the strings of each tag, how a title is shown, the page's words, the times.
   setTexts(texts) {
     this.#texts = texts;
     this.#drawn.clear();
@@ -68,7 +68,7 @@ export class List {
   }
 
   #row(notification, moment) {
-    const {strings, words, times} = this.#texts;
+    const {strings, titleOf, words, times} = this.#texts;
     const tag = String(notification.title ?? '');
     const text = strings[tag];
     const parameters = parametersOf(notification);
@@ -79,7 +79,7 @@ export class List {
     row.dataset.level = level;
     row.querySelector('use').setAttribute('href', `#icon-${level}`);
     find('level').textContent = words.say(level);
-    find('title').textContent = titleOf(text?.title ?? '', words);
+    find('title').textContent = titleOf(tag);
     find('text').textContent = text ? fill(text.msg, parameters) : tag;
     if (!text) {
       row.classList.add('without-text');
@@ -117,8 +117,6 @@ export class List {
     });
   }
 }
-
-export const titleOf = (title, words) => title === SYSTEM_TITLE ? words.say('systemEvent') : title;
 
 function dayHeading() {
   const item = document.createElement('li');

@@ -1,7 +1,7 @@
 import {Api, Refused, Unreachable} from './api.js';
 import {Desktop} from './desktop.js';
-import {List, titleOf} from './list.js';
-import {categoryOf, fill, keysOf, nameOf, parametersOf, tagOf} from './text.js';
+import {List} from './list.js';
+import {categoryOf, fill, keysOf, nameOf, parametersOf, SYSTEM_TITLE, tagOf} from './text.js';
 import {timesIn} from './time.js';
 import {Watch} from './watch.js';
 import {languageOfBrowser, wordsIn} from './words.js';
@@ -11,7 +11,6 @@ const PAGE = 30;
 const SEARCH_STEP = 500;
 const TOKEN = 'token';
 const OTHER = Symbol('notifications of no listed category');
-
 const VIEWS = ['loading', 'sign-in', 'failed', 'centre'];
 
 const byId = id => document.getElementById(id);
@@ -38,7 +37,11 @@ let lastAnswer = null;      // what the last look was told, to compare the next 
 
 // Requests go one after the other, so that each finds the state that the one before it left.
 let turn = Promise.resolve();
-const inTurn = action => turn = turn.then(action);
+function inTurn(action) {
+  const result = turn.then(action);
+  turn = result.catch(() => {});
+  return result;
+}
 
 start();
 
@@ -132,17 +135,17 @@ function take(answer) {
 
 // Looks for news with the smallest answer there is, and asks for the list only when there are some.
 async function look() {
-  const answer = await load(1);
-  const {total: nowTotal, newestMsgTime: nowNewest} = answer;
+  const {total: nowTotal, newestMsgTime: nowNewest} = await load(1);
   if (nowTotal === lastAnswer.total && nowNewest === lastAnswer.newest)
     return;
   const known = new Set(keysOf(loaded));
-  const before = newest;
   const grown = Math.max(0, nowTotal - lastAnswer.total);
   take(await load(Math.max(PAGE, loaded.length + grown)));
   lastAnswer = {total: nowTotal, newest: nowNewest};
   const keys = keysOf(loaded);
-  tell(loaded.filter((notification, index) => notification.time >= before && !known.has(keys[index])));
+  // Below the last known one are older ones that were not loaded before.
+  const end = keys.findLastIndex(key => known.has(key));
+  tell(loaded.filter((_, index) => !known.has(keys[index]) && (index < end || known.size === 0)));
 }
 
 function tell(arrived) {
@@ -151,32 +154,39 @@ function tell(arrived) {
   const summary = say('arrived', {COUNT: arrived.length});
   byId('live').textContent = summary;
   desktop.raise(
-    arrived.filter(notification => (rowOf(notification)?.nexnotify ?? 'on') === 'on').map(notification => {
-      const texts = strings[notification.title];
+    arrived.filter(({title}) => (rowOf(title)?.nexnotify ?? 'on') === 'on').map(notification => {
+      const {title: tag} = notification;
       return {
-        title: titleOf(texts?.title ?? '', words) || say('heading'),
-        body: texts ? fill(texts.msg, parametersOf(notification)) : notification.title,
+        title: titleOf(tag) || say('heading'),
+        body: strings[tag] ? fill(strings[tag].msg, parametersOf(notification)) : tag,
         key: JSON.stringify(notification),
       };
     }), summary);
 }
 
-const rowOf = notification => categoryOf(strings[notification.title]?.title, categories);
+const rowOf = tag => categoryOf(strings[tag]?.title, categories);
+
+function titleOf(tag) {
+  const title = strings[tag]?.title ?? '';
+  return title === SYSTEM_TITLE ? say('systemEvent') : title;
+}
 
 const matching = () => filter === null ? loaded
-  : loaded.filter(notification => (rowOf(notification)?.category_enu ?? OTHER) === filter);
+  : loaded.filter(({title}) => (rowOf(title)?.category_enu ?? OTHER) === filter);
 
 // Loads until as many as wanted can be shown, or all there are.
 async function fillPage() {
   while (matching().length < wanted && loaded.length < total) {
-    const answer = await load(filter === null ? wanted - loaded.length : SEARCH_STEP, loaded.length);
-    const moved = answer.total !== total || answer.newestMsgTime !== newest;
-    if (moved)
-      take(await load(loaded.length + PAGE));
-    else if (answer.items.length > 0)
-      loaded.push(...answer.items);
-    else
-      total = loaded.length;
+    const step = filter === null ? wanted - loaded.length : SEARCH_STEP;
+    // From the last one that is known: when another stands in its place, the list has moved.
+    const last = loaded.length - 1;
+    const answer = await load(1 + step, last);
+    if (JSON.stringify(answer.items[0]) === JSON.stringify(loaded[last])) {
+      loaded.push(...answer.items.slice(1));
+      total = answer.total;
+    } else {
+      take(await load(loaded.length + step));
+    }
   }
 }
 
@@ -186,7 +196,7 @@ function attempt(action) {
     try {
       await action();
       if (!byId('trouble').hidden) {
-        byId('trouble').hidden = true;
+        setHidden('trouble', true);
         byId('live').textContent = say('answersAgain');
       }
       watch.went(true);
@@ -328,8 +338,6 @@ async function deleteAll() {
   await api.deleteAll();
   await reload();
   byId('live').textContent = say('deleted');
-  draw();
-  byId('empty').focus();
 }
 
 // Puts the language's words, texts and times everywhere.
@@ -338,7 +346,7 @@ function speak() {
   translate();
   byId('list').lang = byId('categories').lang = tagOf(api.language);
   byId('text-note').hidden = Object.keys(strings).length > 0;
-  list.setTexts({strings, words, times: timesIn(words.tag)});
+  list.setTexts({strings, titleOf, words, times: timesIn(words.tag)});
   drawCategories();
 }
 
@@ -364,34 +372,43 @@ function draw() {
   list.draw(shown, lastLook);
   byId('list').hidden = shown.length === 0;
 
-  byId('shown').textContent = isEmpty ? '' : filter === null
-    ? say('shown', {SHOWN: shown.length, COUNT: total})
-    : `${say('shownInCategory', {SHOWN: shown.length, CATEGORY: filters.get(filter).name})} · ${say('searched', {LOADED: loaded.length, TOTAL: total})}`;
+  byId('shown').textContent = isEmpty ? '' : countsOf(shown.length);
 
   const fresh = loaded.filter(({time}) => time > lastLook).length;
   // Only what is loaded can be counted: when all of it is new, there may be more.
   const count = fresh === loaded.length && loaded.length < total ? `${fresh}+` : `${fresh}`;
   byId('badge').textContent = count;
-  byId('badge').hidden = byId('news').hidden = fresh === 0;
+  byId('badge').hidden = fresh === 0;
+  setHidden('news', fresh === 0);
   byId('news').querySelector('strong').textContent = say('newCount', {NUMBER: count, COUNT: fresh});
   document.title = `${fresh ? `(${count}) ` : ''}${say('heading')}`;
 
   const empty = byId('empty');
-  empty.hidden = !isEmpty;
+  setHidden('empty', !isEmpty);
   empty.querySelector('p').textContent = say(filter === null ? 'empty' : 'emptyCategory');
   empty.querySelector('button').hidden = filter === null;
 
-  const more = byId('more');
-  const hadFocus = document.activeElement === more;
-  more.textContent = say('showMore');
-  more.hidden = found.length <= wanted && loaded.length >= total;
-  if (hadFocus && more.hidden)
-    byId('list').focus();
-
-  byId('delete').hidden = total === 0;
+  byId('more').textContent = say('showMore');
+  setHidden('more', found.length <= wanted && loaded.length >= total);
+  setHidden('delete', total === 0);
   for (const [category, {button}] of filters)
     button.setAttribute('aria-pressed', category === filter);
   drawDesktop();
+}
+
+function countsOf(shown) {
+  if (filter === null)
+    return say('shown', {SHOWN: shown, COUNT: total});
+  const inCategory = say('shownInCategory', {SHOWN: shown, CATEGORY: filters.get(filter).name});
+  return `${inCategory} · ${say('searched', {LOADED: loaded.length, TOTAL: total})}`;
+}
+
+// Whoever was on a control that goes away goes on at the list, not at the top of the page.
+function setHidden(id, hidden) {
+  const hadFocus = byId(id).contains(document.activeElement);
+  byId(id).hidden = hidden;
+  if (hidden && hadFocus)
+    byId('content').focus();
 }
 
 function drawDesktop() {
@@ -411,6 +428,8 @@ function drawCategories() {
       addFilter(row.category_enu, row.category, row.nexnotify === 'on' ? 'on' : 'off');
     addFilter(OTHER, say('otherCategories'));
   }
+  if (!filters.has(filter))
+    filter = null;
   byId('categories').replaceChildren(...[...filters.values()].map(({button}) => {
     const item = document.createElement('li');
     item.append(button);

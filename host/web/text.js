@@ -29,8 +29,8 @@ export function levelOf(strings) {
   return /WARN/i.test(level) ? 'warning' : 'info';
 }
 
-// The category row of a notification's title. The texts name a category by its title in the same
-// language as the rows, except the system's, which they replace by one fixed title.
+// The category row that a notification's title stands for. Titles are in the language of the rows,
+// except the system's, which is the same in every language.
 export function categoryOf(title, categories) {
   return categories.find(row => title === SYSTEM_TITLE
     ? row.category_enu.toLowerCase() === 'system'

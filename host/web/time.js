@@ -11,7 +11,8 @@ const STEPS = [
 // (the order of day and month, 12 or 24 hours) follow the reader's own settings.
 export function timesIn(language) {
   const words = navigator.languages.find(own => own.split('-')[0] === language.split('-')[0]) ?? language;
-  const relative = new Intl.RelativeTimeFormat(words, {numeric: 'auto'});
+  const relative = new Intl.RelativeTimeFormat(words, {numeric: 'always'});
+  const named = new Intl.RelativeTimeFormat(words, {numeric: 'auto'});
   const clock = new Intl.DateTimeFormat(navigator.language, {timeStyle: 'short'});
   const full = new Intl.DateTimeFormat(navigator.language, {dateStyle: 'full', timeStyle: 'medium'});
   const sameYear = new Intl.DateTimeFormat(words, {weekday: 'long', day: 'numeric', month: 'long'});
@@ -25,15 +26,15 @@ export function timesIn(language) {
       const seconds = (date - now) / 1000;
       const distance = Math.abs(seconds);
       if (distance < 45)
-        return relative.format(0, 'second');
+        return named.format(0, 'second');
       const [unit, size] = STEPS.find(([, , end]) => distance < end);
-      return relative.format(Math.sign(seconds) * Math.max(1, Math.round(distance / size)), unit);
+      return relative.format(Math.sign(seconds) * Math.max(1, Math.floor(distance / size)), unit);
     },
 
     day(date, now) {
       const days = Math.round((midnight(date) - midnight(now)) / 86_400_000);
       if (days === 0 || days === -1) {
-        const word = relative.format(days, 'day');
+        const word = named.format(days, 'day');
         return word[0].toLocaleUpperCase(words) + word.slice(1);
       }
       return (date.getFullYear() === now.getFullYear() ? sameYear : otherYear).format(date);
