@@ -1,5 +1,7 @@
 #include "notify/RowScan.h"
 
+#include <new>
+
 namespace KIVO::NEXNotify {
 
 namespace {
@@ -32,13 +34,18 @@ RowFacts FactsOf(const Json::Value& notification, std::string& tagText) {
 }
 
 RowScanner::RowScanner() {
-    // Should this fail, every scan does, and the JSON library judges all.
-    [[maybe_unused]] const auto error = m_parser.allocate(kInitialCapacity, kMaxDepth);
+    if (m_parser.allocate(kInitialCapacity, kMaxDepth) != simdjson::SUCCESS) {
+        throw std::bad_alloc();
+    }
 }
 
 std::optional<RowFacts> RowScanner::Scan(std::string_view text) {
     simdjson::dom::object notification;
-    if (m_parser.parse(text.data(), text.size()).get(notification) != simdjson::SUCCESS) {
+    const auto error = m_parser.parse(text.data(), text.size()).get(notification);
+    if (error == simdjson::MEMALLOC) {
+        throw std::bad_alloc();  // The parser is not to be used again: it may have got part of what it needs.
+    }
+    if (error != simdjson::SUCCESS) {
         return std::nullopt;
     }
     RowFacts facts;

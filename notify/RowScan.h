@@ -24,6 +24,7 @@ RowFacts FactsOf(const Json::Value& notification, std::string& tagText);
 /// Reads the facts off a stored text in one pass, without making a tree of it.
 class RowScanner {
 public:
+    /// Throws std::bad_alloc, as Scan does.
     RowScanner();
 
     /// The facts, whose tag is valid until the next scan, or nothing when the scan cannot vouch that the JSON

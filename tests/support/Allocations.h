@@ -2,8 +2,12 @@
 
 namespace KIVO::Test {
 
-/// How many calls of `operator new` still succeed on this thread; negative for no limit.
+/// How many allocations still succeed on this thread; negative for no limit. `operator new` and what SQLite
+/// allocates count.
 extern thread_local long allocationsLeft;
+
+/// Whether only one allocation fails at the limit, and the later ones succeed again.
+extern thread_local bool failsOnce;
 
 /// Lets a further number of calls succeed, for as long as the object lives.
 class AllocationLimit {

@@ -5,12 +5,15 @@
 
 #include <cerrno>
 
+#include "tests/support/Allocations.h"
+
 namespace KIVO::Test {
 
 namespace {
 
 template <typename Id>
 int SetEffectiveId(const char* function, Id real, Id effective, Id saved, Id& current, bool isAllowed) {
+    const AllocationLimit noLimit(-1);
     Identity& identity = ProcessIdentity();
     const auto number = [](Id id) { return std::to_string(static_cast<int>(id)); };
     identity.calls.push_back(std::string(function) + "(" + number(real) + ", " + number(effective) + ", " +

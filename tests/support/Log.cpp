@@ -1,9 +1,13 @@
 #include "tests/support/Log.h"
 
+#include <regex.h>
 #include <syslog.h>
 
 #include <cstdarg>
 #include <cstdio>
+#include <stdexcept>
+
+#include "tests/support/Allocations.h"
 
 namespace KIVO::Test {
 
@@ -22,10 +26,21 @@ std::vector<std::string> LoggedTexts() {
     return texts;
 }
 
+bool Matches(const std::string& text, const std::string& expression) {
+    regex_t compiled;
+    if (regcomp(&compiled, ("^(" + expression + ")$").c_str(), REG_EXTENDED | REG_NOSUB) != 0) {
+        throw std::invalid_argument(expression);
+    }
+    const bool isMatch = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
+    regfree(&compiled);
+    return isMatch;
+}
+
 }  // namespace KIVO::Test
 
 // Exported, so that the platform's libraries log here too.
 extern "C" __attribute__((visibility("default"))) void syslog(int priority, const char* format, ...) {
+    const KIVO::Test::AllocationLimit noLimit(-1);
     char text[4096];
     va_list arguments;
     va_start(arguments, format);

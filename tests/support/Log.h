@@ -24,4 +24,7 @@ std::vector<LogLine>& LogLines();
 /// code stands today. Where the number itself counts, ask LogLines.
 std::vector<std::string> LoggedTexts();
 
+/// True when the whole text matches the POSIX extended regular expression.
+bool Matches(const std::string& text, const std::string& expression);
+
 }  // namespace KIVO::Test

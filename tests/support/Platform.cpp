@@ -3,17 +3,20 @@
 #include <dlfcn.h>
 #include <sqlite3.h>
 
-#include <string>
+#include <cstdarg>
+#include <stdexcept>
 
 #include "kivocore/exec.h"
-#include "kivocore/list.h"
+#include "kivocore/file.h"
 #include "kivocore/rights.h"
 #include "sdk/eventlog.h"
+#include "sdk/settings.h"
 #include "sdk/user.h"
 #include "sysnotify/database.h"
 #include "sysnotify/nstring.h"
 #include "sysnotify/rights.h"
 #include "tests/support/Allocations.h"
+#include "webapi/APIRequest.h"
 
 namespace KIVO::Test {
 
@@ -33,13 +36,18 @@ bool Fails(const char* operation) {
 
 /// The operation in the real library.
 template <typename Function>
-Function* Real(Function*, const char* operation) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, operation));
+Function* Real(const char* symbol) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, symbol));
+}
+
+/// What the module now has to release, if it is anything.
+template <typename Resource>
+Resource* Held(Resource* resource) {
+    ThePlatform().held += resource != nullptr;
+    return resource;
 }
 
 }  // namespace
-
-#define REAL(operation) Real(&operation, #operation)
 
 Platform& ThePlatform() {
     static Platform platform;
@@ -50,60 +58,99 @@ Platform& ThePlatform() {
 
 using namespace KIVO::Test;
 
+#define REAL(name) Real<decltype(name)>(#name)
+#define FORWARD(type, name, failure, parameters, arguments) \
+    type name parameters { return Fails(#name) ? (failure) : REAL(name) arguments; }
+#define RELEASE(name, type)                                 \
+    void name(type* resource) {                             \
+        Fails(resource != nullptr ? #name : #name ":null"); \
+        ThePlatform().held -= resource != nullptr;          \
+        REAL(name)(resource);                               \
+    }
+
 extern "C" {
 
-KLIBCSzList* KLIBCSzListAlloc(int capacity) {
-    return Fails("KLIBCSzListAlloc") ? nullptr : REAL(KLIBCSzListAlloc)(capacity);
-}
+FORWARD(int, KLIBCFileExist, 0, (const char* path), (path))
+FORWARD(int, KLIBCFileEnumSection, -1, (const char* path, KLIBCSzList** list), (path, list))
+FORWARD(int, KLIBCSzListFind, -1, (const KLIBCSzList* list, const char* text), (list, text))
+FORWARD(int, KLIBCExec, -1, (const char* path, const char* a, const char* b, const char* c, const char* d),
+        (path, a, b, c, d))
+FORWARD(int, KLIBGroupIsAdminGroupMem, 0, (const char* user, int flags), (user, flags))
+FORWARD(int, KIVOUserGetUGID, -1, (const char* user, int* uid, int* gid), (user, uid, gid))
+FORWARD(int, KIVOLogSet1, -1,
+        (int category, int level, unsigned code, const char* a, const char* b, const char* c, const char* d),
+        (category, level, code, a, b, c, d))
+FORWARD(int, KIVONotifyStringGetByFp, -1, (FILE * file, const char* tag, NString* record),
+        (file, tag, record))
+FORWARD(int, KIVONotifyStringGetByPath, -1, (const char* path, const char* tag, NString* record, int flag),
+        (path, tag, record, flag))
+FORWARD(int, nexnotifyDbRunSql, -1,
+        (sqlite3 * db, const char* sql, int (*callback)(void*, int, char**, char**), void* arg),
+        (db, sql, callback, arg))
 
-int KLIBCExec(const char* path, const char* arg1, const char* arg2, const char* arg3, const char* arg4) {
-    return Fails("KLIBCExec") ? -1 : REAL(KLIBCExec)(path, arg1, arg2, arg3, arg4);
-}
+RELEASE(KLIBCSzListFree, KLIBCSzList)
+RELEASE(KIVONotifyStringFree, NString)
+RELEASE(nexnotifyDbClose, sqlite3)
+RELEASE(sqlite3_free, void)
 
-int KLIBAppPrivUserHas(const char* userName, const char* appId, const char* address) {
+int KLIBAppPrivUserHas(const char* user, const char* appId, const char* address) {
     Count("KLIBAppPrivUserHas", appId);
-    return Fails("KLIBAppPrivUserHas") ? 0 : REAL(KLIBAppPrivUserHas)(userName, appId, address);
+    return Fails("KLIBAppPrivUserHas") ? 0 : REAL(KLIBAppPrivUserHas)(user, appId, address);
 }
 
-int KIVOSysNotifyIsAllow(const char* userName, const char* tag) {
+int KIVOSysNotifyIsAllow(const char* user, const char* tag) {
     Count("KIVOSysNotifyIsAllow", tag);
-    return Fails("KIVOSysNotifyIsAllow") ? -1 : REAL(KIVOSysNotifyIsAllow)(userName, tag);
+    return Fails("KIVOSysNotifyIsAllow") ? -1 : REAL(KIVOSysNotifyIsAllow)(user, tag);
 }
 
-int KIVOUserGetUGID(const char* userName, int* uid, int* gid) {
-    return Fails("KIVOUserGetUGID") ? -1 : REAL(KIVOUserGetUGID)(userName, uid, gid);
-}
-
-int KIVOLogSet1(int category, int level, unsigned int eventCode, const char* a1, const char* a2,
-                const char* a3, const char* a4) {
-    return Fails("KIVOLogSet1") ? -1 : REAL(KIVOLogSet1)(category, level, eventCode, a1, a2, a3, a4);
-}
-
-int nexnotifyDbOpen(sqlite3** db) { return Fails("nexnotifyDbOpen") ? -1 : REAL(nexnotifyDbOpen)(db); }
-
-int nexnotifyDbRunSql(sqlite3* db, const char* sql, int (*callback)(void*, int, char**, char**), void* arg) {
-    return Fails("nexnotifyDbRunSql") ? -1 : REAL(nexnotifyDbRunSql)(db, sql, callback, arg);
-}
-
-void nexnotifyDbClose(sqlite3* db) {
-    Fails(db != nullptr ? "nexnotifyDbClose" : "nexnotifyDbClose:null");
-    REAL(nexnotifyDbClose)(db);
-}
-
-void sqlite3_free(void* memory) {
-    if (memory != nullptr) {
-        Count("sqlite3_free");
-    }
-    REAL(sqlite3_free)(memory);
+KLIBCSzList* KLIBCSzListAlloc(int capacity) {
+    return Held(Fails("KLIBCSzListAlloc") ? nullptr : REAL(KLIBCSzListAlloc)(capacity));
 }
 
 NString* KIVONotifyStringNew() {
-    return Fails("KIVONotifyStringNew") ? nullptr : REAL(KIVONotifyStringNew)();
+    return Held(Fails("KIVONotifyStringNew") ? nullptr : REAL(KIVONotifyStringNew)());
 }
 
-void KIVONotifyStringFree(NString* record) {
-    Fails("KIVONotifyStringFree");
-    REAL(KIVONotifyStringFree)(record);
+int nexnotifyDbOpen(sqlite3** db) {
+    const int result = Fails("nexnotifyDbOpen") ? -1 : REAL(nexnotifyDbOpen)(db);
+    Held(result == 0 ? *db : nullptr);
+    return result;
+}
+
+char* sqlite3_mprintf(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    char* text = Fails("sqlite3_mprintf") ? nullptr : sqlite3_vmprintf(format, arguments);
+    va_end(arguments);
+    return Held(text);
 }
 
 }  // extern "C"
+
+// The framework reports failure by throwing. Its members are found by their symbols.
+namespace {
+
+template <typename Result, typename... Arguments>
+Result CallMember(const char* operation, const char* symbol, Arguments... arguments) {
+    if (Fails(operation)) {
+        throw std::runtime_error("from the framework");
+    }
+    return Real<Result(Arguments...)>(symbol)(arguments...);
+}
+
+}  // namespace
+
+std::string KIVO::APIRequest::GetLoginUserName() const {
+    return CallMember<std::string>("GetLoginUserName", "_ZNK4KIVO10APIRequest16GetLoginUserNameB5cxx11Ev",
+                                   this);
+}
+
+std::string KIVO::APIRequest::GetUILanguage() const {
+    return CallMember<std::string>("GetUILanguage", "_ZNK4KIVO10APIRequest13GetUILanguageB5cxx11Ev", this);
+}
+
+bool KivoSettings::loadUserJsonSettings(Json::Value& settings) const {
+    return !Fails("loadUserJsonSettings") &&
+           Real<bool(const KivoSettings*, Json::Value&)>(
+               "_ZNK12KivoSettings20loadUserJsonSettingsERN4Json5ValueE")(this, settings);
+}

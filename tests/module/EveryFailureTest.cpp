@@ -1,0 +1,160 @@
+// Every failure in turn: the N-th allocation, the N-th operation of the platform, the N-th change of ids, for
+// N = 1, 2, 3 … until none is left to fail. Whatever fails, a request holds nothing afterwards, has its ids
+// back, has answered at most once, and has logged nothing but the lines that log readers know.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <string>
+
+#include "tests/support/Allocations.h"
+#include "tests/support/ModuleTest.h"
+
+namespace KIVO::Test {
+namespace {
+
+struct RequestCase {
+    const char* name;
+    const char* api;
+    const char* method;
+    const char* parameters;
+};
+
+class EveryFailure : public ModuleTest, public testing::WithParamInterface<RequestCase> {
+protected:
+    EveryFailure() {
+        m_root.Write("/usr/local/share/notification/config", R"({"Package":{"keyArray":["Known"]}})");
+        m_root.WriteUserSettings(
+            "bob", Parse(R"({"KIVO.ZUI.NEXNotify.Setting.Application":{"notifcationSettings":[]}})"));
+        m_root.Write("/var/log/kivo/events.jsonl", "");
+        m_root.CreateDatabase();
+    }
+
+    /// Makes the request, ever anew, with the N-th failure that `arm` puts in place. `arm` gets N and the
+    /// request, and tells whether something failed.
+    void FailInTurn(const char* what,
+                    const std::function<bool(int n, const std::function<void()>& ask)>& arm) {
+        int injected = 0;
+        for (bool hasFailed = true; hasFailed && !HasFailure(); ++injected) {
+            SCOPED_TRACE(std::string(what) + " " + std::to_string(injected + 1));
+            SetUpAppliance();
+            std::string answer = "nothing";
+            hasFailed = arm(injected + 1, [&] {
+                try {
+                    const RequestCase& request = GetParam();
+                    const APIResponse response =
+                        Ask(request.api, request.method, request.parameters, "bob", "ger");
+                    const AllocationLimit noLimit(-1);
+                    answer = Text(response);
+                } catch (const std::exception&) {
+                    // From a free handler or the framework; the server answers then.
+                }
+            });
+            CheckAftermath(answer);
+        }
+        std::cout << GetParam().name << ": " << injected - 1 << " failures injected: " << what << "\n";
+    }
+
+private:
+    void SetUpAppliance() {
+        // Written anew, so that the platform has to read them again.
+        for (const char* language : {"enu", "ger"}) {
+            m_root.WriteCatalogue(language,
+                                  "[Known]\nmessage=m\nmail=mail body\ngroup=G\nappid=KIVO.App.Backup\n");
+            m_root.Write(CategoryFile(language),
+                         R"({"All":[{"name":"Known","group":"G","appid":"KIVO.App.Backup"}]})");
+        }
+        if (std::string(GetParam().name) == "GenerateCategories") {
+            std::filesystem::remove(m_root.Path(CategoryFile("ger")));
+        }
+        if (CountLinks(1027) != 2) {
+            m_root.Query("DELETE FROM nexnotify");
+            m_root.AddMessage({1027, 1028},
+                              R"({"title":"Known","time":1,"msg":["a text that is no short one"]})", 1);
+            m_root.AddMessage({1027}, R"({"title":"Known","time":2} and what only the JSON library reads)",
+                              2);
+        }
+        ThePlatform() = {};
+        LogLines().clear();
+        // As an ordinary account, so that the ids have to be raised.
+        ProcessIdentity() = {.euid = 65534, .egid = 65534};
+    }
+
+    void CheckAftermath(const std::string& answer) {
+        const std::string scope = R"(ERROR: (IF_RUN_AS2\("root"\)|~IF_RUN_AS2\(65534, 65534\)))";
+        const std::string known =
+            R"((Load|NotificationStore)\.cpp:[0-9]+ (run sql error|Open nexnotify\.db error)|)"
+            R"(NEXNotifyAPI\.h:80 Fatal Error: .*|Notify\.cpp:(95|99) )" +
+            scope + "|" + R"(CategoryFile\.cpp:(427 )" + scope + R"(|432 .* not found\.)|)" +
+            R"(CategorySettings\.cpp:485 pasre json file failed\. .*|)"
+            R"(MailContent\.cpp:[0-9]+ (KLIBCSzListAlloc\(BUFSIZ\)|Get NString) failed\. \[0x[0-9A-F]{4} .*:[0-9]+\])";
+        bool isRestoreRefused = false;
+        for (const LogLine& line : LogLines()) {
+            EXPECT_TRUE(Matches(line.text, known)) << line.text;
+            isRestoreRefused |= line.text.find("~IF_RUN_AS2") != std::string::npos;
+        }
+        EXPECT_EQ(ProcessIdentity().euid != 65534 || ProcessIdentity().egid != 65534, isRestoreRefused);
+        EXPECT_EQ(ThePlatform().held, 0);
+        EXPECT_EQ(m_root.Query("PRAGMA integrity_check")[0][0], "ok");
+        EXPECT_EQ(CountLinks(1028), 1) << "another user's";
+        if (std::string(GetParam().name) == "Apply") {
+            const bool hasSucceeded = answer == "success: null";
+            EXPECT_TRUE(!hasSucceeded || (CountLinks(1027) == 0 && ThePlatform().calls["KIVOLogSet1"] == 1));
+            EXPECT_TRUE(!answer.starts_with("error") || CountLinks(1027) == 2);
+        } else {
+            EXPECT_EQ(CountLinks(1027), 2);
+        }
+    }
+
+    static std::string CategoryFile(const std::string& language) {
+        return "/var/cache/texts/" + language + "/notification_category";
+    }
+
+    int CountLinks(int uid) const {
+        return std::stoi(
+            *m_root.Query("SELECT count(*) FROM nexnotify WHERE uid = " + std::to_string(uid))[0][0]);
+    }
+};
+
+TEST_P(EveryFailure, LeavesNothingBehind) {
+    for (const bool once : {true, false}) {
+        failsOnce = once;
+        FailInTurn(once ? "one allocation" : "all allocations from one on", [](int n, const auto& ask) {
+            const AllocationLimit limit(n - 1);
+            ask();
+            return allocationsLeft <= 0;
+        });
+    }
+    FailInTurn("one operation of the platform", [](int n, const auto& ask) {
+        int call = 0;
+        ThePlatform().fails = [&](std::string_view operation) {
+            const bool canFail = operation.find("Free") == std::string_view::npos &&
+                                 !operation.starts_with("nexnotifyDbClose");
+            return canFail && ++call == n;
+        };
+        ask();
+        return call >= n;
+    });
+    FailInTurn("one change of ids", [](int n, const auto& ask) {
+        ProcessIdentity().refusedCall = static_cast<size_t>(n);
+        ask();
+        return ProcessIdentity().calls.size() >= static_cast<size_t>(n);
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , EveryFailure,
+    testing::Values(
+        RequestCase{"Load", "KIVO.Core.NEXNotify", "notify", R"({"action":"load"})"},
+        RequestCase{"Apply", "KIVO.Core.NEXNotify", "notify", R"({"action":"apply","clean":"all"})"},
+        RequestCase{"Categories", "KIVO.Core.NEXNotify", "notify", R"({"action":"loadHaveNtAppList"})"},
+        RequestCase{"GenerateCategories", "KIVO.Core.NEXNotify", "notify",
+                    R"({"action":"loadHaveNtAppList"})"},
+        RequestCase{"Strings", "KIVO.Core.NEXNotify.Strings", "get", R"({"pkgName":"Package"})"},
+        RequestCase{"MailContent", "KIVO.Core.NEXNotify.MailContent", "get", R"({"title":"Known"})"}),
+    [](const auto& test) { return test.param.name; });
+
+}  // namespace
+}  // namespace KIVO::Test
