@@ -78,19 +78,25 @@ int Notify::ExecuteLoadHaveNtAppList() {
 }
 
 Json::Value Notify::GetNotifyCategorySettings() const {
-    const std::string language = m_request->GetUILanguage();
-    const bool isEnglish = language == Paths::kEnglish;
     Json::Value english;
     Json::Value translated;
-    if (!fromFile(english, GetNotifyCategoryFile(Paths::kEnglish)) ||
-        (!isEnglish && !fromFile(translated, GetNotifyCategoryFile(language)))) {
+    const Json::Value* document = &english;
+    bool isLoaded = fromFile(english, GetNotifyCategoryFile(Paths::kEnglish));
+    if (isLoaded) {
+        const std::string language = m_request->GetUILanguage();
+        if (language != Paths::kEnglish) {  // else it is the same file, which need not be read twice
+            document = &translated;
+            isLoaded = fromFile(translated, GetNotifyCategoryFile(language));
+        }
+    }
+    if (!isLoaded) {
         LOG_FAILURE_AT(SourceLines::kCategoryFileNotParsed, "pasre json file failed. %s",
                        std::strerror(errno));
         return Json::Value(Json::arrayValue);
     }
     const Json::Value noEvents(Json::arrayValue);
-    Json::Value categories = CategoriesOf(MemberOr(isEnglish ? english : translated, "All", noEvents),
-                                          MemberOr(english, "All", noEvents));
+    Json::Value categories =
+        CategoriesOf(MemberOr(*document, "All", noEvents), MemberOr(english, "All", noEvents));
     UpdateNotifyCategorySettingsFromUserSetting(categories);
     CheckNotifyCategoryPrivilege(categories);
     Json::Value settings(Json::objectValue);

@@ -10,6 +10,7 @@ import pwd
 import random
 import re
 import secrets
+import shlex
 import shutil
 import sqlite3
 import stat
@@ -272,7 +273,7 @@ def print_links(root: Path, port: int) -> None:
         print(f"  {name:6} {role:14} {user['language']}  {address}/#token={user['token']}")
     token = next(iter(users.values()))["token"]
     print("Or ask from the command line:")
-    print(f"  TOKEN={token}")
+    print(f"  ROOT={shlex.quote(str(root))} TOKEN={token}")
     print("  curl --json '{\"action\":\"load\",\"limit\":5}' -H \"Authorization: Bearer $TOKEN\" "
           f"{address}/webapi/KIVO.Core.NEXNotify/1/notify", flush=True)
 

@@ -3,6 +3,7 @@
 #include <syslog.h>
 
 #include <exception>
+#include <utility>
 
 #include "host/Refusal.h"
 #include "platform/kivocore/Json.h"
@@ -50,10 +51,10 @@ bool Call(const Method& method, APIRequest& request, APIResponse& response) {
 
 }  // namespace
 
-Json::Value SuccessEnvelope(const Json::Value& data) {
+Json::Value SuccessEnvelope(Json::Value data) {
     Json::Value envelope(Json::objectValue);
     envelope["success"] = true;
-    envelope["data"] = data;
+    envelope["data"] = std::move(data);
     return envelope;
 }
 
@@ -72,11 +73,11 @@ Json::Value Dispatch(const Method& method, const Caller& caller, const std::stri
     if (response.GetState() == APIResponse::State::Error) {
         return ErrorEnvelope(response.GetErrorCode(), response.GetData());
     }
-    // A method that sets no answer has logged why.
+    // What a method has to say about giving none is in its own log lines.
     if (!accepted || response.GetState() == APIResponse::State::Unset) {
         throw Refusal(500, kNoAnswer);
     }
-    return SuccessEnvelope(response.GetData());
+    return SuccessEnvelope(response.TakeData());
 }
 
 }  // namespace KIVO::Host

@@ -10,7 +10,7 @@
 namespace KIVO::Host {
 
 /// The envelopes in which every answer is sent.
-Json::Value SuccessEnvelope(const Json::Value& data);
+Json::Value SuccessEnvelope(Json::Value data);
 Json::Value ErrorEnvelope(int code, const Json::Value& data);
 
 /// Answers one request: asks the method's check function and, unless it refuses, the handler, and returns the

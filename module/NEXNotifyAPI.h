@@ -62,7 +62,7 @@ public:
     /// once: that code with m_error, or success with m_result.
     virtual void Run();
 
-    /// The steps. Each returns 0, or an error code after leaving what the client should be told in m_error.
+    /// The steps. Each returns 0 or an error code; what the client should be told besides is left in m_error.
     virtual int ParseParams() { return 0; }
     virtual int Execute() { return 0; }
     virtual int FormOutput() { return 0; }

@@ -3,6 +3,7 @@
 #include <new>
 #include <string>
 #include <unordered_set>
+#include <utility>
 
 #include "kivocore/file.h"
 #include "module/ErrorCodes.h"
@@ -77,9 +78,9 @@ std::string ReadStrings(const APIRequest& request, Json::Value& strings) {
         return mailsPath;
     }
 
-    const Json::Value events = categories.get("All", Json::Value(Json::arrayValue));
-    for (const Json::Value& event : events) {
-        const std::string tag = event.get("name", "").asString();
+    // Null when there is none, which is gone through like an empty list.
+    for (const Json::Value& event : std::as_const(categories)["All"]) {
+        const std::string tag = event["name"].asString();
         if (tag.empty() || KIVONotifyStringGetByFp(mails.get(), tag.c_str(), record.get()) != 0) {
             continue;
         }
@@ -100,7 +101,7 @@ void Strings_1_get(APIRequest* request, APIResponse* response) {
     Json::Value strings;
     const std::string unreadableFile = ReadStrings(*request, strings);
     if (unreadableFile.empty()) {
-        response->SetSuccess(strings);
+        response->SetSuccess(std::move(strings));
     } else {
         response->SetError(kErrorBadRequest, Json::Value(unreadableFile + " operater failed."));
     }

@@ -2,13 +2,19 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
+
 #include "platform/kivocore/Catalogue.h"
 #include "platform/kivocore/ErrorState.h"
 
 int KLIBCFileExist(const char* path) {
     // Not access(2): that would ask for the real user, and callers act as the effective one.
     struct stat status {};
-    return path != nullptr && stat(path, &status) == 0 ? 1 : 0;
+    if (path == nullptr) {
+        return 0;
+    }
+    // What the caller may not look at is not known to be missing, and not to be made anew.
+    return stat(path, &status) == 0 || (errno != ENOENT && errno != ENOTDIR) ? 1 : 0;
 }
 
 int KLIBCFileEnumSection(const char* path, KLIBCSzList** list) try {

@@ -131,8 +131,7 @@ TEST(RunAsScope, LookupFailuresSayWhy) {
         ProcessIdentity() = before;
         LogLines().clear();
         IF_RUN_AS2("root", 95) { ADD_FAILURE() << "the body ran"; }
-        EXPECT_EQ(LogLines(),
-                  (std::vector<LogLine>{{35, "RunAsTest.cpp:95 ERROR: " + reason}, kScopeLine}));
+        EXPECT_EQ(LogLines(), (std::vector<LogLine>{{35, "RunAsTest.cpp:95 ERROR: " + reason}, kScopeLine}));
         EXPECT_EQ(ProcessIdentity().givenBufferSize, bufferSize);
         EXPECT_EQ(ProcessIdentity().calls, Texts{});
     }

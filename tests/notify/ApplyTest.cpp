@@ -58,8 +58,7 @@ TEST_F(Apply, DeletesNothingWhenItFails) {
                  "nexnotifyDbRunSql", "alice", {"NotificationStore.cpp:# run sql error"}, "nexnotifyDbClose"},
          }) {
         SCOPED_TRACE(failing);
-        ThePlatform() = {
-            .fails = [name = failing](std::string_view operation) { return operation == name; }};
+        ThePlatform() = {.fails = [name = failing](std::string_view operation) { return operation == name; }};
         LogLines().clear();
         EXPECT_EQ(Notify(kApply, user), "error 117: null");
         EXPECT_EQ(LoggedTexts(), log);

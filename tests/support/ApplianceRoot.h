@@ -10,6 +10,10 @@
 
 namespace KIVO::Test {
 
+/// Whether this process can take on another account's ids: the superuser can, one of a user namespace that
+/// knows no one else cannot.
+bool CanTakeOnIds();
+
 /// One entry of the users file.
 struct TestUser {
     std::string name;

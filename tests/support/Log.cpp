@@ -1,5 +1,6 @@
 #include "tests/support/Log.h"
 
+#include <gtest/gtest.h>
 #include <regex.h>
 #include <syslog.h>
 
@@ -19,6 +20,7 @@ std::vector<LogLine>& LogLines() {
 std::vector<std::string> LoggedTexts() {
     std::vector<std::string> texts;
     for (const auto& [priority, text] : LogLines()) {
+        EXPECT_EQ(priority, LOG_ERR) << text;
         const size_t colon = text.find(':');
         const size_t blank = text.find(' ');
         texts.push_back(colon < blank ? text.substr(0, colon) + ":#" + text.substr(blank) : text);

@@ -20,8 +20,8 @@ struct LogLine {
 /// with.
 std::vector<LogLine>& LogLines();
 
-/// The texts of the lines, with the number behind "file:" replaced by "#": such a number tells only where the
-/// code stands today. Where the number itself counts, ask LogLines.
+/// The texts of the lines, which must all be of ordinary failures, with the number behind "file:" replaced by
+/// "#": such a number tells only where the code stands today. Where the number itself counts, ask LogLines.
 std::vector<std::string> LoggedTexts();
 
 /// True when the whole text matches the POSIX extended regular expression.

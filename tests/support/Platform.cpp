@@ -1,6 +1,7 @@
 #include "tests/support/Platform.h"
 
 #include <dlfcn.h>
+#include <gtest/gtest.h>
 #include <sqlite3.h>
 
 #include <cstdarg>
@@ -82,8 +83,6 @@ FORWARD(int, KIVOLogSet1, -1,
         (category, level, code, a, b, c, d))
 FORWARD(int, KIVONotifyStringGetByFp, -1, (FILE * file, const char* tag, NString* record),
         (file, tag, record))
-FORWARD(int, KIVONotifyStringGetByPath, -1, (const char* path, const char* tag, NString* record, int flag),
-        (path, tag, record, flag))
 FORWARD(int, nexnotifyDbRunSql, -1,
         (sqlite3 * db, const char* sql, int (*callback)(void*, int, char**, char**), void* arg),
         (db, sql, callback, arg))
@@ -94,8 +93,14 @@ RELEASE(nexnotifyDbClose, sqlite3)
 RELEASE(sqlite3_free, void)
 
 int KLIBAppPrivUserHas(const char* user, const char* appId, const char* address) {
+    EXPECT_STREQ(address, "ignore");
     Count("KLIBAppPrivUserHas", appId);
     return Fails("KLIBAppPrivUserHas") ? 0 : REAL(KLIBAppPrivUserHas)(user, appId, address);
+}
+
+int KIVONotifyStringGetByPath(const char* path, const char* tag, NString* record, int flag) {
+    EXPECT_EQ(flag, 1);
+    return Fails("KIVONotifyStringGetByPath") ? -1 : REAL(KIVONotifyStringGetByPath)(path, tag, record, flag);
 }
 
 int KIVOSysNotifyIsAllow(const char* user, const char* tag) {
@@ -104,6 +109,7 @@ int KIVOSysNotifyIsAllow(const char* user, const char* tag) {
 }
 
 KLIBCSzList* KLIBCSzListAlloc(int capacity) {
+    EXPECT_EQ(capacity, 1024);
     return Held(Fails("KLIBCSzListAlloc") ? nullptr : REAL(KLIBCSzListAlloc)(capacity));
 }
 

@@ -5,7 +5,7 @@
 
 extern "C" {
 
-/// Non-zero when something exists at the path.
+/// Non-zero when something exists at the path, or the caller may not look whether it does.
 KIVO_PUBLIC int KLIBCFileExist(const char* path);
 
 /// Appends the section names of the sectioned text file at the path to the list, in the file's order,

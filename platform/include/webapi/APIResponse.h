@@ -2,6 +2,8 @@
 
 #include <json/value.h>
 
+#include <utility>
+
 #include "kivocore/Export.h"
 
 namespace KIVO {
@@ -11,8 +13,9 @@ class KIVO_PUBLIC APIResponse {
 public:
     enum class State { Unset, Success, Error };
 
-    /// Answers with success and a copy of `data`.
+    /// Answers with success and a copy of `data`, or with `data` itself where the caller gives it away.
     void SetSuccess(const Json::Value& data);
+    void SetSuccess(Json::Value&& data);
     /// Answers with an error code of the web-API framework and a copy of `error`.
     void SetError(int code, const Json::Value& error);
 
@@ -22,6 +25,8 @@ public:
     int GetErrorCode() const { return m_errorCode; }
     /// The success data or the error data; null while nothing is set.
     const Json::Value& GetData() const { return m_data; }
+    /// Gives the data away to whoever sends it.
+    Json::Value TakeData() { return std::move(m_data); }
     /// How often an answer was set.
     int GetAnswerCount() const { return m_answerCount; }
 
