@@ -1,0 +1,75 @@
+#include "bench/Requests.h"
+
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+#include "bench/Memory.h"
+#include "platform/kivocore/Json.h"
+#include "webapi/APIRequest.h"
+#include "webapi/APIResponse.h"
+
+namespace KIVO::Bench {
+
+namespace {
+
+const Host::Module& TheModule() {
+    static const Host::Module module(MODULE_FILE);
+    return module;
+}
+
+}  // namespace
+
+void UseAppliance(std::int64_t tags, std::int64_t rows) {
+    const char* folder = std::getenv("KIVO_BENCH_APPLIANCES");
+    if (folder == nullptr) {
+        throw std::runtime_error("KIVO_BENCH_APPLIANCES does not name a folder made by bench/appliances.py.");
+    }
+    const std::string root =
+        std::string(folder) + "/" + std::to_string(tags) + "-tags-" + std::to_string(rows) + "-rows";
+    setenv("KIVO_ROOT", root.c_str(), 1);
+}
+
+Request::Request(const char* address, const std::string& parameters, std::string user, std::string language)
+    : m_method(TheModule().Find(address)), m_user(std::move(user)), m_language(std::move(language)) {
+    Appliance::ParseJson(parameters, m_parameters);
+}
+
+std::string Request::Ask() const {
+    APIRequest request(m_parameters, m_user, m_language, false);
+    APIResponse response;
+    if (m_method.check(&request, &response)) {
+        m_method.row->handler(&request, &response);
+    }
+    std::string answer = Appliance::WriteJson(response.GetData());
+    if (response.GetState() != APIResponse::State::Success) {
+        throw std::runtime_error(m_method.row->api + (" answered with an error: " + answer));
+    }
+    return answer;
+}
+
+void Measure(benchmark::State& state, std::int64_t itemCount, const std::function<void()>& request,
+             const std::function<void()>& prepare) {
+    const auto prepareIfNeeded = [&] {
+        if (prepare) {
+            prepare();
+        }
+    };
+    prepareIfNeeded();
+    request();
+    prepareIfNeeded();
+    const MemoryUse use = CountMemory(request);
+    for (auto _ : state) {
+        if (prepare) {
+            state.PauseTiming();
+            prepare();
+            state.ResumeTiming();
+        }
+        request();
+    }
+    state.SetItemsProcessed(state.iterations() * itemCount);
+    state.counters["allocations"] = static_cast<double>(use.allocations);
+    state.counters["peak_bytes"] = static_cast<double>(use.peakBytes);
+}
+
+}  // namespace KIVO::Bench

@@ -1,0 +1,21 @@
+#include <cstdio>
+#include <exception>
+
+#include "bench/Requests.h"
+
+int main(int argc, char* argv[]) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 2;
+    }
+    KIVO::Bench::RegisterNotifications();
+    KIVO::Bench::RegisterCategories();
+    KIVO::Bench::RegisterTexts();
+    try {
+        benchmark::RunSpecifiedBenchmarks();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "nexnotify_bench: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}
