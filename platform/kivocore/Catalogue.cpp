@@ -4,8 +4,10 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <mutex>
 
+#include "platform/kivocore/ApplianceRoot.h"
 #include "platform/kivocore/FileContent.h"
 #include "platform/kivocore/FileDescriptor.h"
 
@@ -101,6 +103,20 @@ std::shared_ptr<const Catalogue> LoadCatalogue(const std::string& path) {
 std::shared_ptr<const Catalogue> LoadCatalogue(int descriptor) {
     static CatalogueCache cache;
     return cache.Load(descriptor);
+}
+
+std::vector<std::string> InstalledLanguages() {
+    std::vector<std::string> languages;
+    std::error_code ignored;
+    for (std::filesystem::directory_iterator entry(Rooted("/var/cache/texts"), ignored), end; entry != end;
+         entry.increment(ignored)) {
+        const std::string name = entry->path().filename();
+        if (IsLanguage(name) && std::filesystem::exists(entry->path() / "mails", ignored)) {
+            languages.push_back(name);
+        }
+    }
+    std::ranges::sort(languages);
+    return languages;
 }
 
 }  // namespace KIVO::Appliance

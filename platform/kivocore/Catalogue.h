@@ -37,4 +37,7 @@ struct Catalogue {
 KIVO_PUBLIC std::shared_ptr<const Catalogue> LoadCatalogue(const std::string& path);
 KIVO_PUBLIC std::shared_ptr<const Catalogue> LoadCatalogue(int descriptor);
 
+/// The codes of the languages that have a catalogue in the text cache, sorted.
+KIVO_PUBLIC std::vector<std::string> InstalledLanguages();
+
 }  // namespace KIVO::Appliance

@@ -24,19 +24,23 @@ using namespace KIVO::Appliance;
 using Database = std::unique_ptr<sqlite3, decltype(&nexnotifyDbClose)>;
 using SqlText = std::unique_ptr<char, decltype(&sqlite3_free)>;
 
-/// The English catalogue names the known tags; a tag with a ':' is known without it.
+/// Throws unless some language's catalogue has the tag. One with a ':' is known without any.
 void CheckTag(const std::string& tag) {
     if (tag.find(':') != std::string::npos) {
         return;
     }
-    const std::string path = Rooted("/var/cache/texts/enu/mails");
-    const auto catalogue = LoadCatalogue(path);
-    if (!catalogue) {
-        throw std::runtime_error("There is no readable text catalogue " + path + ".");
+    bool hasCatalogue = false;
+    for (const std::string& language : InstalledLanguages()) {
+        const auto catalogue = LoadCatalogue(Rooted("/var/cache/texts/" + language + "/mails"));
+        if (catalogue && catalogue->entries.contains(tag)) {
+            return;
+        }
+        hasCatalogue |= catalogue != nullptr;
     }
-    if (!catalogue->entries.contains(tag)) {
-        throw std::runtime_error("The tag \"" + tag + "\" is not in the text catalogue " + path + ".");
-    }
+    const std::string folder = Rooted("/var/cache/texts");
+    throw std::runtime_error(hasCatalogue
+                                 ? "No text catalogue below " + folder + " has the tag \"" + tag + "\"."
+                                 : "There is no readable text catalogue below " + folder + ".");
 }
 
 int FindUid(const std::string& userName) {

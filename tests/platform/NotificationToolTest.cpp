@@ -166,9 +166,11 @@ TEST_F(NotificationToolTest, SaysWhatIsWrong) {
     m_root.CreateDatabase();
     ExpectFailure("--notify alice", "At least 2");
     ExpectFailure("--notify bob A", "no user \"bob\"");
-    ExpectFailure("--notify alice B", "tag \"B\" is not in");
+    ExpectFailure("--notify alice B", "has the tag \"B\"");
     ExpectFailure("--notify alice A COUNT", "\"COUNT\" is not of the form NAME=VALUE");
     ExpectFailure("--notify alice A =5", "\"=5\" is not of the form NAME=VALUE");
+    m_root.Query("ALTER TABLE nexnotify RENAME TO gone");
+    ExpectFailure("--notify alice A", "no such table");
     m_root.WriteCatalogue("enu", "no catalogue");
     ExpectFailure("--notify alice A", "no readable text catalogue");
     EXPECT_EQ(m_root.Query("SELECT * FROM message").size(), 0U);
