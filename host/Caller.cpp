@@ -1,6 +1,5 @@
 #include "host/Caller.h"
 
-#include <algorithm>
 #include <filesystem>
 
 #include "platform/kivocore/ApplianceRoot.h"
@@ -9,8 +8,6 @@
 namespace KIVO::Host {
 
 namespace {
-
-constexpr std::string_view kTextCache = "/var/cache/texts";
 
 /// Compares without stopping at the first difference. A user without a token is equal to nothing.
 bool EqualsToken(const std::string& token, std::string_view given) {
@@ -58,21 +55,7 @@ std::optional<Caller> FindCallerByToken(std::string_view token) {
 bool HasLanguage(const std::string& language) {
     std::error_code ignored;
     return Appliance::IsLanguage(language) &&
-           std::filesystem::is_directory(Appliance::Rooted(kTextCache) + "/" + language, ignored);
-}
-
-std::vector<std::string> InstalledLanguages() {
-    std::vector<std::string> languages;
-    std::error_code ignored;
-    for (std::filesystem::directory_iterator entry(Appliance::Rooted(kTextCache), ignored), end; entry != end;
-         entry.increment(ignored)) {
-        const std::string name = entry->path().filename();
-        if (Appliance::IsLanguage(name) && std::filesystem::exists(entry->path() / "mails", ignored)) {
-            languages.push_back(name);
-        }
-    }
-    std::ranges::sort(languages);
-    return languages;
+           std::filesystem::is_directory(Appliance::Rooted("/var/cache/texts/" + language), ignored);
 }
 
 }  // namespace KIVO::Host

@@ -3,7 +3,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace KIVO::Host {
 
@@ -23,8 +22,5 @@ std::optional<Caller> FindCallerByToken(std::string_view token);
 
 /// True for a well-formed code with a folder below the text cache.
 bool HasLanguage(const std::string& language);
-
-/// The languages that have a text catalogue, sorted.
-std::vector<std::string> InstalledLanguages();
 
 }  // namespace KIVO::Host

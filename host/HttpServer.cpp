@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <strings.h>
+#include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <charconv>
 #include <chrono>
 #include <initializer_list>
+#include <iterator>
 #include <new>
 #include <optional>
 #include <stdexcept>
@@ -18,19 +20,26 @@
 #include "host/Caller.h"
 #include "host/Dispatch.h"
 #include "host/Refusal.h"
+#include "platform/kivocore/Catalogue.h"
 #include "platform/kivocore/Json.h"
 
 namespace KIVO::Host {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 constexpr std::size_t kBodyLimit = 64UL * 1024;
 constexpr std::size_t kConnectionMemory = 16UL * 1024;
+/// At this many connections a new one takes the place of the oldest, so that idle ones, which cost their
+/// owner nothing, keep nobody out; a higher limit alone would only be reached later.
 constexpr unsigned kConnectionLimit = 512;
+/// For those that are cut off and not yet closed: at its own limit the library would let newcomers wait.
+constexpr unsigned kSpareConnections = 64;
 constexpr std::chrono::seconds kIdleTimeout = 10s;
+/// For one request from its first byte to its answer's last, with the idle time before it: every byte starts
+/// the idle timeout anew, so that without this a sender could hold a connection for as long as it likes.
+constexpr std::chrono::seconds kRequestTime = 30s;
 constexpr std::chrono::seconds kDrainTime = 10s;
 
 constexpr std::string_view kApiPrefix = "/webapi/";
@@ -101,7 +110,7 @@ Json::Value DescribeSession(const Caller& caller) {
     session["administrator"] = caller.isAdmin;
     session["language"] = caller.language;
     session["languages"] = Json::Value(Json::arrayValue);
-    for (const std::string& language : InstalledLanguages()) {
+    for (const std::string& language : Appliance::InstalledLanguages()) {
         session["languages"].append(language);
     }
     return session;
@@ -132,9 +141,10 @@ HttpServer::HttpServer(const Module& module, const Page& page, int listenSocket)
     // The library's own error log stays off: it quotes what clients send, and that may be a token.
     m_daemon.reset(MHD_start_daemon(
         MHD_USE_EPOLL, 0, nullptr, nullptr, &HttpServer::OnRequest, this, MHD_OPTION_LISTEN_SOCKET,
-        listenSocket, MHD_OPTION_URI_LOG_CALLBACK, &HttpServer::OnRequestLine, this,
-        MHD_OPTION_NOTIFY_COMPLETED, &HttpServer::OnCompleted, this, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-        kConnectionMemory, MHD_OPTION_CONNECTION_LIMIT, kConnectionLimit, MHD_OPTION_CONNECTION_TIMEOUT,
+        listenSocket, MHD_OPTION_NOTIFY_CONNECTION, &HttpServer::OnConnection, this,
+        MHD_OPTION_URI_LOG_CALLBACK, &HttpServer::OnRequestLine, this, MHD_OPTION_NOTIFY_COMPLETED,
+        &HttpServer::OnCompleted, this, MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory,
+        MHD_OPTION_CONNECTION_LIMIT, kConnectionLimit + kSpareConnections, MHD_OPTION_CONNECTION_TIMEOUT,
         static_cast<unsigned>(kIdleTimeout.count()), MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_END));
     if (!m_daemon) {
         throw std::runtime_error("The HTTP server cannot start.");
@@ -167,6 +177,10 @@ void HttpServer::Run(int stopDescriptor, int lifeline) {
         if (geteuid() != m_effectiveUid) {
             throw std::runtime_error("The effective user id was not restored: this worker ends.");
         }
+        // Here is often enough: each byte of a slow client comes by, and one of which none comes is idle.
+        while (!m_connections.empty() && Clock::now() - m_connections.front().since > kRequestTime) {
+            CutOffOldest();
+        }
         if (!end && (descriptors[1].revents || descriptors[2].revents)) {
             BeginDraining();
             end = Clock::now() + kDrainTime;
@@ -182,12 +196,50 @@ void HttpServer::BeginDraining() {
     MHD_quiesce_daemon(m_daemon.get());
 }
 
+void HttpServer::Renew(Connection& connection) {
+    connection.since = Clock::now();
+    m_connections.splice(m_connections.end(), m_connections, connection.place);
+}
+
+void HttpServer::CutOffOldest() {
+    // The library has no call for this; it closes a connection whose socket is shut down.
+    shutdown(m_connections.front().socket, SHUT_RDWR);
+    Renew(m_connections.front());
+}
+
+void HttpServer::OnConnection(void* self, MHD_Connection* connection, void** context,
+                              MHD_ConnectionNotificationCode change) noexcept {
+    HttpServer& server = *static_cast<HttpServer*>(self);
+    if (change == MHD_CONNECTION_NOTIFY_CLOSED) {
+        if (*context) {
+            server.m_connections.erase(static_cast<Connection*>(*context)->place);
+        }
+        return;
+    }
+    const int socket = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+    try {
+        Connection& added = server.m_connections.emplace_back(Connection{socket, Clock::now(), {}});
+        added.place = std::prev(server.m_connections.end());
+        *context = &added;
+    } catch (const std::bad_alloc&) {
+        shutdown(socket, SHUT_RDWR);
+    }
+    if (server.m_connections.size() > kConnectionLimit) {
+        server.CutOffOldest();
+    }
+}
+
 void* HttpServer::OnRequestLine(void* self, const char*, MHD_Connection*) noexcept {
     return new (std::nothrow) Request(static_cast<HttpServer*>(self)->m_requestsUnderWay);
 }
 
-void HttpServer::OnCompleted(void*, MHD_Connection*, void** request, MHD_RequestTerminationCode) noexcept {
+void HttpServer::OnCompleted(void* self, MHD_Connection* connection, void** request,
+                             MHD_RequestTerminationCode) noexcept {
     delete static_cast<Request*>(*request);
+    if (void* const context =
+            MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT)->socket_context) {
+        static_cast<HttpServer*>(self)->Renew(*static_cast<Connection*>(context));
+    }
 }
 
 MHD_Result HttpServer::OnRequest(void* self, MHD_Connection* connection, const char* path, const char* method,

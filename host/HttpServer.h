@@ -4,8 +4,10 @@
 #include <microhttpd.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <initializer_list>
+#include <list>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -29,7 +31,16 @@ public:
     void Run(int stopDescriptor, int lifeline);
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     struct Request;
+
+    struct Connection {
+        int socket;
+        /// When it was accepted or its last request ended.
+        Clock::time_point since;
+        std::list<Connection>::iterator place;
+    };
 
     struct Stop {
         void operator()(MHD_Daemon* daemon) const { MHD_stop_daemon(daemon); }
@@ -40,6 +51,8 @@ private:
     using Response = std::unique_ptr<MHD_Response, Destroy>;
     using Headers = std::initializer_list<std::pair<const char*, const char*>>;
 
+    static void OnConnection(void* self, MHD_Connection* connection, void** context,
+                             MHD_ConnectionNotificationCode change) noexcept;
     static void* OnRequestLine(void* self, const char* uri, MHD_Connection* connection) noexcept;
     static MHD_Result OnRequest(void* self, MHD_Connection* connection, const char* path, const char* method,
                                 const char* version, const char* upload, std::size_t* uploadSize,
@@ -55,12 +68,18 @@ private:
     MHD_Result Send(MHD_Connection* connection, std::string_view path, std::string_view httpMethod,
                     const Request& request) const;
 
+    /// Puts it behind all others, as of now.
+    void Renew(Connection& connection);
+    /// Closes the connection that has gone longest without a whole request.
+    void CutOffOldest();
     /// Accepts no one more.
     void BeginDraining();
 
     const Module& m_module;
     const Page& m_page;
     const uid_t m_effectiveUid;
+    /// The open connections, the one that has gone longest without a whole request in front.
+    std::list<Connection> m_connections;
     /// Requests from their first line until their answer is sent.
     std::size_t m_requestsUnderWay = 0;
     bool m_isDraining = false;

@@ -26,11 +26,11 @@ namespace KIVO::Host {
 
 namespace {
 
-/// A non-blocking socket that listens on 127.0.0.1; port 0 is replaced with the one taken.
-Appliance::FileDescriptor ListenOnLoopback(std::uint16_t& port) {
+/// A non-blocking socket that listens on the loopback address; port 0 is replaced with the one taken.
+Appliance::FileDescriptor Listen(const std::string& ip, std::uint16_t& port) {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    inet_pton(AF_INET, ip.c_str(), &address.sin_addr);
     address.sin_port = htons(port);
     socklen_t size = sizeof address;
     const int on = 1;
@@ -40,7 +40,7 @@ Appliance::FileDescriptor ListenOnLoopback(std::uint16_t& port) {
     if (bind(listener.Get(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
         listen(listener.Get(), SOMAXCONN) != 0 ||
         getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-        throw std::runtime_error("Cannot listen on 127.0.0.1:" + std::to_string(port) + ": " +
+        throw std::runtime_error("Cannot listen on " + ip + ":" + std::to_string(port) + ": " +
                                  std::strerror(errno) + ".");
     }
     port = ntohs(address.sin_port);
@@ -88,13 +88,19 @@ Appliance::FileDescriptor StopSignals() {
 
 }  // namespace
 
+bool IsLoopback(const std::string& address) {
+    in_addr parsed = {};
+    return inet_pton(AF_INET, address.c_str(), &parsed) == 1 &&
+           ntohl(parsed.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
+}
+
 void Serve(const Module& module, const std::filesystem::path& pageFolder, const Account& account,
-           std::uint16_t port, unsigned workerCount) {
+           const std::string& address, std::uint16_t port, unsigned workerCount) {
     const Page page = ReadPage(pageFolder);
     if (page.empty()) {
         syslog(LOG_WARNING, "There is no notification centre page in %s.", pageFolder.c_str());
     }
-    const Appliance::FileDescriptor listener = ListenOnLoopback(port);
+    const Appliance::FileDescriptor listener = Listen(address, port);
     CheckAsSuperuser();
 
     // From here on the supervisor has the account's ids too: the workers are born with them, and its real and
@@ -108,7 +114,7 @@ void Serve(const Module& module, const std::filesystem::path& pageFolder, const 
         const Appliance::FileDescriptor stopSignals = StopSignals();
         HttpServer(module, page, listener.Get()).Run(stopSignals.Get(), lifeline);
     });
-    std::cout << "Listening on http://127.0.0.1:" << port << std::endl;
+    std::cout << "Listening on http://" << address << ":" << port << std::endl;
     supervisor.Run();
 }
 

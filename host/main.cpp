@@ -78,10 +78,18 @@ int Run(int argc, char* argv[]) {
 
     CLI::App& serve =
         *app.add_subcommand("serve", "Serves the methods and the notification centre over HTTP");
-    std::uint16_t port = 8095;
-    serve.add_option("--port", port, "The port on 127.0.0.1; 0 for a free one")
-        ->type_name("N")
+    std::string address = "127.0.0.1";
+    serve.add_option("--address", address, "The loopback address to listen on")
+        ->check([](const std::string& text) {
+            return IsLoopback(text) ? ""
+                                    : text +
+                                          " is not a loopback address (127.0.0.0/8), and tokens must not "
+                                          "cross a network unencrypted.";
+        })
+        ->type_name("ADDR")
         ->capture_default_str();
+    std::uint16_t port = 8095;
+    serve.add_option("--port", port, "The port; 0 for a free one")->type_name("N")->capture_default_str();
     unsigned workerCount = std::max(1U, std::thread::hardware_concurrency());
     serve.add_option("--workers", workerCount, "How many processes answer requests")
         ->check(CLI::Range(1, 256))
@@ -95,8 +103,8 @@ int Run(int argc, char* argv[]) {
     std::string language;
     call.add_option("--language", language, "The language of the desktop; the user's own when absent")
         ->type_name("LLL");
-    std::string address;
-    call.add_option("method", address, "The method, as API/VERSION/METHOD")->type_name("")->required();
+    std::string method;
+    call.add_option("method", method, "The method, as API/VERSION/METHOD")->type_name("")->required();
     std::string parameters = "{}";
     call.add_option("parameters", parameters, "The parameters, as a JSON object")
         ->type_name("")
@@ -120,7 +128,8 @@ int Run(int argc, char* argv[]) {
                                        "There is no account " + accountName + " on this machine.");
         }
         if (serve.parsed()) {
-            Serve(module, InstallPrefix() / "share/notification-centre", *account, port, workerCount);
+            Serve(module, InstallPrefix() / "share/notification-centre", *account, address, port,
+                  workerCount);
             return EXIT_SUCCESS;
         }
 
@@ -135,7 +144,7 @@ int Run(int argc, char* argv[]) {
             }
             caller->language = language;
         }
-        return Call(module, *caller, address, parameters);
+        return Call(module, *caller, method, parameters);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_SUCCESS : kWrongUsage;
     }

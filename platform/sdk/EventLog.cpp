@@ -2,7 +2,8 @@
 
 #include <fcntl.h>
 #include <json/value.h>
-#include <sys/types.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -28,17 +29,23 @@ std::string HexCode(unsigned int code) {
     return text.data();
 }
 
-/// In one write, so that the lines of several writers never mix.
+/// All of the line or nothing of it: on a disk that fills up, the half of a line would spoil the next one
+/// too. Under a lock, so that nothing but that half is cut off.
 bool AppendLine(const std::string& path, const std::string& line) {
     const FileDescriptor file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kLogMode));
-    if (!file.IsOpen()) {
+    struct stat before {};
+    if (!file.IsOpen() || flock(file.Get(), LOCK_EX) != 0 || fstat(file.Get(), &before) != 0) {
         return false;
     }
     ssize_t length = 0;
     do {
         length = write(file.Get(), line.data(), line.size());
     } while (length < 0 && errno == EINTR);
-    return length == static_cast<ssize_t>(line.size());
+    if (length == static_cast<ssize_t>(line.size())) {
+        return true;
+    }
+    [[maybe_unused]] const int cut = ftruncate(file.Get(), before.st_size);
+    return false;
 }
 
 }  // namespace

@@ -43,7 +43,8 @@ TEST_F(HostTest, CallAndListTellByTheirExitStatus) {
         {{"--account", "no such account", "serve"}, 2, "There is no account no such account"},
         {{"serve", "--port", "65536"}, 2, "--port"},
         {{"serve", "--workers", "0"}, 2, "--workers"},
-        {{"serve", "--address", "0.0.0.0"}, 2, "--address"},
+        {{"serve", "--address", "0.0.0.0"}, 2, "0.0.0.0 is not a loopback address"},
+        {{"serve", "--address", "localhost"}, 2, "localhost is not a loopback address"},
     };
     for (const auto& [arguments, status, text] : cases) {
         const auto host = Start(arguments);

@@ -161,7 +161,9 @@ HttpReply HostTest::Send(const HttpRequest& request) const {
     } else {
         message.body = request.body;
     }
-    const httplib::Result result = httplib::Client("127.0.0.1", m_port).send(message);
+    httplib::Client client("127.0.0.1", m_port);
+    client.set_read_timeout(std::chrono::minutes(1));
+    const httplib::Result result = client.send(message);
     if (!result) {
         return {};
     }

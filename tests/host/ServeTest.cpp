@@ -1,13 +1,22 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <chrono>
+#include <cstdio>
+#include <deque>
+#include <fstream>
+#include <future>
+#include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/host/HostTest.h"
 
 namespace KIVO::Test {
 namespace {
+
+using namespace std::chrono_literals;
 
 TEST_F(HostTest, EachRequestGetsItsStatusAndOneSentence) {
     struct Case {
@@ -146,7 +155,15 @@ TEST_F(HostTest, ThePageIsServedWithoutATokenAndNothingElseIs) {
     const HttpReply page = Send({.path = "/", .body = "", .method = "GET", .token = ""});
     EXPECT_EQ(page.status, 200);
     EXPECT_EQ(page.Header("Content-Type"), "text/html; charset=utf-8");
-    EXPECT_EQ(page.Header("Content-Security-Policy").rfind("default-src 'none';", 0), 0U);
+    EXPECT_EQ(page.Header("Content-Security-Policy"),
+              "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
+              "manifest-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'");
+    char listening[64];
+    std::snprintf(listening, sizeof listening, " 0100007F:%04X 00000000:0000 0A",
+                  static_cast<unsigned>(m_port));
+    std::ifstream table("/proc/net/tcp");
+    const std::string sockets{std::istreambuf_iterator<char>(table), {}};
+    EXPECT_NE(sockets.find(listening), std::string::npos) << "the loopback address alone is listened on";
     EXPECT_EQ(page.Header("Referrer-Policy"), "no-referrer");
     EXPECT_EQ(page.Header("X-Content-Type-Options"), "nosniff");
     EXPECT_NE(page.body.find("<html"), std::string::npos);
@@ -234,6 +251,14 @@ TEST_F(HostTest, ASlowSenderKeepsNobodyWaitingAndASilentOneIsCutOff) {
     const RawConnection stopped(m_port);
     stopped.Send(request.substr(0, request.size() - 1));
     const auto start = std::chrono::steady_clock::now();
+    const auto age = [start] { return std::chrono::steady_clock::now() - start; };
+    auto trickle = std::async(std::launch::async, [&] {
+        const RawConnection endless(m_port);
+        while (endless.Send("x") && age() < 60s) {
+            std::this_thread::sleep_for(200ms);
+        }
+        return age();
+    });
 
     const RawConnection slow(m_port);
     for (const char letter : request) {
@@ -246,7 +271,24 @@ TEST_F(HostTest, ASlowSenderKeepsNobodyWaitingAndASilentOneIsCutOff) {
 
     EXPECT_EQ(stopped.ReadAll(), "");
     EXPECT_EQ(idle.ReadAll(), "");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
+    EXPECT_LT(age(), 15s);
+    const auto trickled = trickle.get();
+    EXPECT_GT(trickled, 25s);
+    EXPECT_LT(trickled, 45s) << "Bytes that keep coming do not hold a connection for ever.";
+}
+
+TEST_F(HostTest, IdleConnectionsKeepNobodyOut) {
+    Serve();
+    const auto start = std::chrono::steady_clock::now();
+    std::deque<RawConnection> idle;
+    for (int i = 0; i < 800; ++i) {
+        idle.emplace_back(m_port);
+    }
+    EXPECT_EQ(Send().status, 200);
+    EXPECT_EQ(idle.front().ReadAll(), "") << "The oldest one made room.";
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 8s) << "Nobody waited for the idle timeout.";
+    idle.back().Send(RawRequest("echo", "{}"));
+    EXPECT_EQ(idle.back().ReadAll().find("HTTP/1.1 200"), 0U);
 }
 
 }  // namespace

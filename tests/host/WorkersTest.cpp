@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,24 +21,15 @@
 namespace KIVO::Test {
 namespace {
 
-/// Whether this process may take on the ids of any account.
-bool IsSuperuser() {
-    std::uint64_t inside = 0, outside = 0, count = 0;
-    std::ifstream("/proc/self/uid_map") >> inside >> outside >> count;
-    return geteuid() == 0 && count > 65534;
-}
-
-/// The process's real, effective, saved and file system user ids.
-std::vector<uid_t> UserIds(pid_t process) {
+/// The ids that the process's status lists under the word: real, effective, saved and file system one, or the
+/// groups.
+std::vector<uid_t> Ids(pid_t process, const std::string& word) {
     std::ifstream status("/proc/" + std::to_string(process) + "/status");
-    std::string word;
-    while (status >> word && word != "Uid:") {
+    std::string line;
+    while (std::getline(status, line) && line.rfind(word, 0) != 0) {
     }
-    std::vector<uid_t> ids(4);
-    for (uid_t& id : ids) {
-        status >> id;
-    }
-    return ids;
+    std::istringstream numbers(line.substr(word.size()));
+    return {std::istream_iterator<uid_t>(numbers), {}};
 }
 
 TEST_F(HostTest, ADeadWorkerIsReplaced) {
@@ -118,12 +111,14 @@ TEST_F(HostTest, TheWorkersEndWithTheSupervisor) {
 }
 
 TEST_F(HostTest, WorkersHaveTheAccountsIdsBetweenRequests) {
-    if (!IsSuperuser()) {
+    if (!CanTakeOnIds()) {
         GTEST_SKIP() << "Only the superuser can take on another account's ids.";
     }
     const std::vector<uid_t> lowered = {0, 65534, 0, 65534};
     Serve({"--workers", "1", "--account", "nobody"});
-    EXPECT_EQ(UserIds(m_host->Workers().at(0)), lowered);
+    EXPECT_EQ(Ids(m_host->Workers().at(0), "Uid:"), lowered);
+    EXPECT_EQ(Ids(m_host->Workers().at(0), "Gid:"), lowered);
+    EXPECT_EQ(Ids(m_host->Workers().at(0), "Groups:"), (std::vector<uid_t>{65534}));
     EXPECT_EQ(Echo()["effectiveUid"], 65534);
 
     // A worker that was left with the superuser's rights answers no one any more.
@@ -142,7 +137,7 @@ TEST_F(HostTest, WorkersHaveTheAccountsIdsBetweenRequests) {
     EXPECT_EQ(Send({.path = notify, .body = R"({"action":"apply","clean":"all"})"}).Envelope()["success"],
               true);
     EXPECT_EQ(m_root.Query("SELECT * FROM nexnotify").size(), 0U);
-    EXPECT_EQ(UserIds(m_host->Workers().at(0)), lowered);
+    EXPECT_EQ(Ids(m_host->Workers().at(0), "Uid:"), lowered);
 }
 
 TEST_F(HostTest, ItSaysAtStartWhatItCannotFind) {
@@ -166,7 +161,7 @@ TEST_F(HostTest, ItSaysAtStartWhatItCannotFind) {
               std::string::npos);
     EXPECT_EQ(Send().status, 401);
 
-    if (IsSuperuser()) {
+    if (CanTakeOnIds()) {
         chmod(m_root.Folder().c_str(), 0700);
         Serve({"--account", "nobody"});
         EXPECT_NE(

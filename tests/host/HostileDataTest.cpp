@@ -1,0 +1,287 @@
+#include <gtest/gtest.h>
+#include <json/reader.h>
+#include <json/writer.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tests/host/HostTest.h"
+
+namespace KIVO::Test {
+namespace {
+
+#ifdef __SANITIZE_ADDRESS__
+constexpr std::size_t kSmaller = 16;  // The sanitizer makes everything slower and larger.
+#else
+constexpr std::size_t kSmaller = 1;
+#endif
+constexpr std::size_t kMebibyte = 1024UL * 1024;
+constexpr std::size_t kTagCount = 50 * 1024 / kSmaller;
+
+constexpr char kDatabase[] = "/var/lib/kivo/nexnotify.db";
+constexpr char kEvents[] = "/var/log/kivo/events.jsonl";
+constexpr char kTool[] = "/usr/kivo/bin/notification_utils";
+
+/// An appliance with one notification for alice, served by one worker with the module.
+class HostileDataTest : public HostTest {
+protected:
+    struct Case {
+        const char* what;
+        /// What is answered to load, loadHaveNtAppList, the strings, the mail and apply.
+        std::string answers;
+        std::function<void()> arrange;
+        std::function<void()> afterwards = [] {};
+    };
+    static constexpr char kHealthy[] = "1, 1 on, 1, 1, null";
+
+    HostileDataTest() {
+        // In a namespace of its own the process may mount, and what it mounts goes with it.
+        const uid_t uid = getuid();
+        const gid_t gid = getgid();
+        m_canMount = unshare(CLONE_NEWNS) == 0;
+        if (!m_canMount && unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) {
+            m_canMount = true;
+            std::ofstream("/proc/self/setgroups") << "deny";
+            std::ofstream("/proc/self/uid_map") << "0 " << uid << " 1";
+            std::ofstream("/proc/self/gid_map") << "0 " << gid << " 1";
+        }
+        m_canMount = m_canMount && mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    }
+
+    ~HostileDataTest() override { Unmount(); }
+
+    void SetUp() override {
+        if (geteuid() != 0) {
+            GTEST_SKIP() << "The module needs uid 0, or a user namespace.";
+        }
+        MakeHealthy();
+        Serve({"--workers", "1", "--module", MODULE});
+    }
+
+    void MakeHealthy() {
+        for (const char* folder : {"/var", "/etc", "/usr"}) {
+            std::filesystem::remove_all(m_root.Path(folder));
+        }
+        WriteFiles();
+    }
+
+    void WriteFiles() const {
+        m_root.WriteUsers({{.name = "alice", .language = "ger", .token = kToken}});
+        WriteCatalogues("[Tag]\nmessage=Text\nmail=Mail\ngroup=Group\n");
+        m_root.Write(kEvents, "");
+        m_root.CreateDatabase();
+        m_root.AddMessage({1026}, R"({"title":"Tag","time":1})", 1);
+        std::filesystem::create_directories(m_root.Path("/usr/kivo/bin"));
+        std::filesystem::remove(m_root.Path(kTool));
+        std::filesystem::create_symlink(NOTIFICATION_UTILS, m_root.Path(kTool));
+    }
+
+    void Unmount() const {
+        for (const char* path : {"/var/log/kivo", "/var", "/"}) {
+            umount2(m_root.Path(path).c_str(), MNT_DETACH);
+        }
+    }
+
+    void WriteCatalogues(const std::string& content) const {
+        m_root.WriteCatalogue("enu", content);
+        m_root.WriteCatalogue("ger", content);
+    }
+
+    /// Stores the choice "off" for the only category, behind as many others.
+    void ChooseOff(const std::string& user, Json::ArrayIndex others) const {
+        Json::Value document;
+        Json::Value& choices = document["KIVO.ZUI.NEXNotify.Setting.Application"]["notifcationSettings"];
+        for (Json::ArrayIndex i = 0; i <= others; ++i) {
+            choices[i]["category_enu"] = i < others ? std::string(1000, 'x') : "Group";
+            choices[i]["app"] = "";
+            choices[i]["nexnotify"] = "off";
+        }
+        m_root.WriteUserSettings(user, document);
+    }
+
+    HttpReply Notify(const std::string& body, const std::string& token = kToken) const {
+        return Send({.path = "/webapi/KIVO.Core.NEXNotify/1/notify", .body = body, .token = token});
+    }
+
+    static std::string Summary(const HttpReply& reply) {
+        const Json::Value envelope = reply.Envelope();
+        const Json::Value& data = envelope["data"];
+        if (reply.status != 200 || !envelope["success"].asBool()) {
+            return std::to_string(reply.status == 200 ? envelope["error"]["code"].asInt() : reply.status);
+        }
+        if (!data.isObject()) {
+            return data.isNull() ? "null" : "[]";
+        }
+        if (!data.isMember("total")) {
+            return std::to_string(data.size());
+        }
+        const Json::Value& choice = data["items"][0]["nexnotify"];
+        return data["total"].asString().append(choice.isNull() ? "" : " ").append(choice.asString());
+    }
+
+    std::string Answers() const {
+        const std::string module = "/webapi/KIVO.Core.NEXNotify";
+        std::string answers;
+        for (const auto& [path, body] : std::vector<std::pair<std::string, std::string>>{
+                 {"/1/notify", R"({"action":"load","limit":9})"},
+                 {"/1/notify", R"({"action":"loadHaveNtAppList"})"},
+                 {".Strings/1/get", "{}"},
+                 {".MailContent/1/get", R"({"title":"Tag"})"},
+                 {"/1/notify", R"({"action":"apply","clean":"all"})"},
+             }) {
+            answers += (answers.empty() ? "" : ", ") + Summary(Send({.path = module + path, .body = body}));
+        }
+        return answers;
+    }
+
+    /// Each has its answers, and after it the same worker serves a healthy appliance.
+    void ExpectAnswers(const std::vector<Case>& cases) {
+        const auto workers = m_host->Workers();
+        for (const auto& [what, answers, arrange, afterwards] : cases) {
+            SCOPED_TRACE(what);
+            MakeHealthy();
+            arrange();
+            EXPECT_EQ(Answers(), answers);
+            afterwards();
+            Unmount();
+            MakeHealthy();
+            EXPECT_EQ(Answers(), kHealthy);
+            EXPECT_EQ(m_host->Workers(), workers);
+        }
+    }
+
+    bool m_canMount = false;
+};
+
+TEST_F(HostileDataTest, LargeOrBrokenFilesHaveTheirAnswer) {
+    const std::string links = std::to_string(1'000'000 / kSmaller);
+    const auto run = [this](const std::string& text) { return [=, this] { m_root.Query(text); }; };
+    const auto write = [this](const char* path, const std::string& content) {
+        return [=, this] { m_root.Write(path, content); };
+    };
+    const auto makeFolders = [this](const std::vector<std::string>& paths) {
+        return [=, this] {
+            for (const std::string& path : paths) {
+                std::filesystem::remove(m_root.Path(path));
+                std::filesystem::create_directories(m_root.Path(path));
+            }
+        };
+    };
+    const std::string enu = "/var/cache/texts/enu/", ger = "/var/cache/texts/ger/";
+    ExpectAnswers({
+        {"a row of 64 MiB", "2, 1 on, 1, 1, null",
+         [&] {
+             const std::string text(64 * kMebibyte / kSmaller, 'x');
+             m_root.AddMessage({1026}, R"({"title":"Tag","time":2,"msg":[")" + text + "\"]}", 2);
+         }},
+        {"a million links", links + ", 1 on, 1, 1, null",
+         [&] {
+             m_root.Query("WITH RECURSIVE n(i) AS (VALUES(2) UNION ALL SELECT i + 1 FROM n WHERE i < " +
+                          links +
+                          ") INSERT INTO message SELECT i, '{\"title\":\"Tag\",\"time\":1}', i FROM n");
+             m_root.Query("INSERT INTO nexnotify SELECT 1026, message_id FROM message WHERE message_id > 1");
+         }},
+        {"catalogues of 50 MiB", "1, 1 on, " + std::to_string(kTagCount) + ", 1, null",
+         [&] {
+             std::string catalogue = "[Tag]\nmail=Mail\n";
+             for (std::size_t i = 0; i < kTagCount; ++i) {
+                 catalogue +=
+                     "[Tag" + std::to_string(i) + "]\ngroup=Group\nmessage=" + std::string(1000, 'x') + "\n";
+             }
+             WriteCatalogues(catalogue);
+         }},
+        {"settings of 20 MiB", "1, 1 off, 1, 1, null", [&] { ChooseOff("alice", 20 * 1024 / kSmaller); }},
+        {"no database", "117, 1 on, 1, 1, 117", write(kDatabase, std::string(9999, 'x'))},
+        {"an empty database", "0, 1 on, 1, 1, 117", write(kDatabase, "")},
+        {"a table missing", "0, 1 on, 1, 1, 117", run("DROP TABLE nexnotify")},
+        {"a row that is no JSON", "0, 1 on, 1, 1, null", run("UPDATE message SET message_content = 'x'")},
+        {"folder: database", "117, 1 on, 1, 1, 117", makeFolders({kDatabase})},
+        {"folder: users", "401, 401, 401, 401, 401", makeFolders({"/etc/kivo/users.json"})},
+        {"folder: catalogues", "0, [], 101, 117, null", makeFolders({enu + "mails", ger + "mails"})},
+        {"folder: category file", "1, [], 101, 1, null", makeFolders({enu + "notification_category"})},
+        {"folder: tool", "1, [], 101, 1, null", makeFolders({kTool})},
+        {"folder: all others", kHealthy,
+         makeFolders({"/etc/kivo/settings/users/alice.json", "/usr/kivo/etc/notification/mails", kEvents})},
+    });
+}
+
+TEST_F(HostileDataTest, FullAndReadOnlyDisksHaveTheirAnswer) {
+    if (!m_canMount) {
+        GTEST_SKIP() << "This system lets no one mount.";
+    }
+    const auto fill = [this](const char* folder, const std::function<void()>& writeFirst) {
+        ASSERT_EQ(mount("tmpfs", m_root.Path(folder).c_str(), "tmpfs", 0, "size=1m"), 0);
+        writeFirst();
+        std::ofstream(m_root.Path(folder) + "/filler") << std::string(2 * kMebibyte, 'x');
+    };
+    const std::string almostAPage(4090, '\n');  // Of an entry a little would fit.
+    ExpectAnswers({
+        {"a full disk", "117, [], 101, 1, 117", [&] { fill("/var", [this] { WriteFiles(); }); }},
+        {"a full disk of the event log", kHealthy,
+         [&] { fill("/var/log/kivo", [&] { m_root.Write(kEvents, almostAPage); }); },
+         [&] { EXPECT_EQ(m_root.Read(kEvents), almostAPage); }},
+        {"a read-only root", "117, [], 101, 1, 117",
+         [this] {
+             const char* const root = m_root.Folder().c_str();
+             ASSERT_EQ(mount(root, root, nullptr, MS_BIND, nullptr), 0);
+             ASSERT_EQ(mount(root, root, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
+         }},
+    });
+}
+
+TEST_F(HostileDataTest, NamesOfAnyKindAreJustNames) {
+    const std::vector<std::string> names = {"o'Brien \"x\"", "back\\slash", "new\nline",
+                                            "\U0001F600",    "%s%n",        "'; DROP TABLE message; --",
+                                            "a/b",           "..",          {"nul\0", 4}};
+    std::vector<TestUser> users;
+    for (const std::string& name : names) {
+        const int uid = 2000 + static_cast<int>(users.size());
+        users.push_back({.name = name, .uid = uid, .token = "token-" + std::to_string(uid)});
+        m_root.AddMessage(
+            {uid}, "{\"title\":" + Json::valueToQuotedString((":" + name).c_str()) + ",\"time\":1}", 1);
+    }
+    m_root.WriteUsers(users);
+    for (const TestUser& user : users) {
+        SCOPED_TRACE(user.name);
+        const Json::Value load = Notify(R"({"action":"load"})", user.token).Envelope();
+        if (user.uid > 2005) {  // Such a name would be a path, so nobody has it.
+            EXPECT_EQ(load["error"]["code"], 401);
+            continue;
+        }
+        EXPECT_EQ(load["data"]["items"].size(), 1U);
+        EXPECT_EQ(load["data"]["items"][0]["title"], ":" + user.name);
+        ChooseOff(user.name, 0);
+        EXPECT_EQ(Summary(Notify(R"({"action":"loadHaveNtAppList"})", user.token)), "1 off");
+        m_root.Write(kEvents, "");
+        EXPECT_EQ(Summary(Notify(R"({"action":"apply","clean":"all"})", user.token)), "null");
+        Json::Value entry;
+        EXPECT_TRUE(Json::Reader().parse(m_root.Read(kEvents).value(), entry));
+        EXPECT_EQ(entry["args"][0], user.name);
+    }
+}
+
+TEST_F(HostileDataTest, AUsersFileThatIsBeingRewrittenSignsNobodyOut) {
+    const std::string users = m_root.Read("/etc/kivo/users.json").value();
+    const std::jthread writer([&](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
+            std::ofstream file(m_root.Path("/etc/kivo/users.json"), std::ios::trunc);
+            file << users.substr(0, users.size() / 2) << std::flush;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            file << users.substr(users.size() / 2);
+        }
+    });
+    for (int i = 0; i < 500; ++i) {
+        ASSERT_EQ(Summary(Notify(R"({"action":"load"})")), "1");
+    }
+}
+
+}  // namespace
+}  // namespace KIVO::Test
