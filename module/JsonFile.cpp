@@ -4,24 +4,25 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 #include "module/File.h"
 
 namespace KIVO::NEXNotify {
 
-bool ParseJsonText(const char* begin, const char* end, Json::Value& value) {
+bool ParseJsonText(std::string_view text, Json::Value& value) {
     try {
-        return Json::Reader().parse(begin, end, value, false);
+        return Json::Reader().parse(text.data(), text.data() + text.size(), value, false);
     } catch (const Json::Exception&) {
         // The parser reports nesting beyond its limit in this way.
         return false;
     }
 }
 
-bool fromFile(Json::Value& value, const std::string& path) {
+std::optional<std::string> ReadTextFile(const std::string& path) {
     const File file(std::fopen(path.c_str(), "r"));
     if (!file) {
-        return false;
+        return std::nullopt;
     }
     std::string text;
     char chunk[65536];
@@ -29,14 +30,16 @@ bool fromFile(Json::Value& value, const std::string& path) {
     while ((count = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {
         text.append(chunk, count);
     }
-    if (std::ferror(file.get()) != 0) {
-        return false;
-    }
-    if (!ParseJsonText(text.data(), text.data() + text.size(), value)) {
+    return std::ferror(file.get()) == 0 ? std::optional(std::move(text)) : std::nullopt;
+}
+
+bool fromFile(Json::Value& value, const std::string& path) {
+    const auto text = ReadTextFile(path);
+    if (text && !ParseJsonText(*text, value)) {
         errno = EBADMSG;
         return false;
     }
-    return true;
+    return text.has_value();
 }
 
 }  // namespace KIVO::NEXNotify

@@ -2,14 +2,19 @@
 
 #include <json/value.h>
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace KIVO::NEXNotify {
 
 /// Parses the text as JSON the way the appliance's other components do: comments are allowed, and what
 /// follows the first value is not looked at. False when it is no JSON, or nested deeper than the JSON library
 /// goes.
-bool ParseJsonText(const char* begin, const char* end, Json::Value& value);
+bool ParseJsonText(std::string_view text, Json::Value& value);
+
+/// The content of the file at the path; nothing, with errno telling why, when it cannot be read.
+std::optional<std::string> ReadTextFile(const std::string& path);
 
 /// Reads the whole file at the path and parses it into the value. False, with errno telling why, when it
 /// cannot be read (EBADMSG: it is not valid JSON).

@@ -68,7 +68,7 @@ private:
     bool Add(int columnCount, char** columnTexts, char** columnNames) {
         m_hasRows = true;
         const std::string_view text = columnTexts[0] != nullptr ? columnTexts[0] : "";
-        std::optional<RowFacts> facts = m_scanner.Scan(text);
+        std::optional<RowFacts> facts = ScanRow(m_scanner, text);
         std::string tagText;
         if (!facts) {
             Json::Value parsed(Json::arrayValue);
@@ -101,7 +101,7 @@ private:
 
     std::function<bool(const std::string&)> m_admits;
     PageWindow m_window;
-    RowScanner m_scanner;
+    JsonScanner m_scanner;
     std::unordered_map<std::string, bool, HashText, std::equal_to<>> m_admitted;
     bool m_hasRows = false;
     double m_newestTime = 0.0;

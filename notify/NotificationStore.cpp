@@ -1,7 +1,5 @@
 #include "notify/NotificationStore.h"
 
-#include <cstring>
-
 #include "module/ErrorCodes.h"
 #include "module/JsonFile.h"
 #include "module/Log.h"
@@ -36,7 +34,7 @@ int Notify::readDbToJson(void* array, int columnCount, char** columnTexts, char*
     Json::Value value;
     for (int column = 0; column < columnCount; ++column) {
         const char* text = columnTexts[column];
-        if (text != nullptr && !ParseJsonText(text, text + std::strlen(text), value)) {
+        if (text != nullptr && !ParseJsonText(text, value)) {
             return 1;
         }
         static_cast<Json::Value*>(array)->append(value);

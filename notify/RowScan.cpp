@@ -1,17 +1,6 @@
 #include "notify/RowScan.h"
 
-#include <new>
-
 namespace KIVO::NEXNotify {
-
-namespace {
-
-// Far below the nesting that the JSON library refuses, so that what is near it is left to the library.
-constexpr size_t kMaxDepth = 256;
-// Holds a common notification, so that the parser seldom grows.
-constexpr size_t kInitialCapacity = 4096;
-
-}  // namespace
 
 RowFacts FactsOf(const Json::Value& notification, std::string& tagText) {
     RowFacts facts;
@@ -33,24 +22,14 @@ RowFacts FactsOf(const Json::Value& notification, std::string& tagText) {
     return facts;
 }
 
-RowScanner::RowScanner() {
-    if (m_parser.allocate(kInitialCapacity, kMaxDepth) != simdjson::SUCCESS) {
-        throw std::bad_alloc();
-    }
-}
-
-std::optional<RowFacts> RowScanner::Scan(std::string_view text) {
-    simdjson::dom::object notification;
-    const auto error = m_parser.parse(text.data(), text.size()).get(notification);
-    if (error == simdjson::MEMALLOC) {
-        throw std::bad_alloc();  // The parser is not to be used again: it may have got part of what it needs.
-    }
-    if (error != simdjson::SUCCESS) {
+std::optional<RowFacts> ScanRow(JsonScanner& scanner, std::string_view text) {
+    const auto notification = scanner.Scan(text);
+    if (!notification) {
         return std::nullopt;
     }
     RowFacts facts;
     bool hasTitle = false;
-    for (const auto [name, value] : notification) {
+    for (const auto [name, value] : *notification) {
         if (name == "title") {
             // The JSON library takes the last of two, and makes text of some values that are none.
             if (hasTitle || value.get(facts.tag) != simdjson::SUCCESS) {

@@ -1,11 +1,12 @@
 #pragma once
 
 #include <json/value.h>
-#include <simdjson.h>
 
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "module/JsonScan.h"
 
 namespace KIVO::NEXNotify {
 
@@ -21,18 +22,8 @@ struct RowFacts {
 /// The facts of a notification that the JSON library has parsed. The tag is kept in `tagText`.
 RowFacts FactsOf(const Json::Value& notification, std::string& tagText);
 
-/// Reads the facts off a stored text in one pass, without making a tree of it.
-class RowScanner {
-public:
-    /// Throws std::bad_alloc, as Scan does.
-    RowScanner();
-
-    /// The facts, whose tag is valid until the next scan, or nothing when the scan cannot vouch that the JSON
-    /// library would read the same: only that library is to judge such a text.
-    std::optional<RowFacts> Scan(std::string_view text);
-
-private:
-    simdjson::dom::parser m_parser;
-};
+/// Reads the facts off a stored text in one pass. The tag is valid until the scanner's next scan. Nothing
+/// when only the JSON library is to judge the text.
+std::optional<RowFacts> ScanRow(JsonScanner& scanner, std::string_view text);
 
 }  // namespace KIVO::NEXNotify

@@ -1,14 +1,18 @@
 #include <strings.h>
 
 #include <new>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include "kivocore/file.h"
 #include "module/ErrorCodes.h"
 #include "module/File.h"
 #include "module/JsonFile.h"
+#include "module/JsonScan.h"
 #include "module/NEXNotifyAPI.h"
 #include "module/Paths.h"
 #include "notify/NotifyString.h"
@@ -41,6 +45,53 @@ std::unordered_set<std::string> TagsOfPackage(const std::string& package) {
     return tags;
 }
 
+/// The tags of the category file's events, in their order; nothing when only the JSON library is to judge the
+/// text.
+std::optional<std::vector<std::string>> ScanTags(std::string_view categories) {
+    JsonScanner scanner;
+    const auto document = scanner.Scan(categories);
+    if (!document) {
+        return std::nullopt;
+    }
+    std::vector<std::string> tags;
+    bool hasEvents = false;
+    for (const auto [member, events] : *document) {
+        if (member != "All") {
+            continue;
+        }
+        simdjson::dom::array list;
+        if (std::exchange(hasEvents, true) || events.get(list) != simdjson::SUCCESS) {
+            return std::nullopt;
+        }
+        for (const auto event : list) {
+            simdjson::dom::object fields;
+            if (event.get(fields) != simdjson::SUCCESS) {
+                return std::nullopt;
+            }
+            bool hasName = false;
+            std::string_view tag;
+            for (const auto [field, value] : fields) {
+                if (field == "name" &&
+                    (std::exchange(hasName, true) || value.get(tag) != simdjson::SUCCESS)) {
+                    return std::nullopt;
+                }
+            }
+            tags.emplace_back(tag);
+        }
+    }
+    return tags;
+}
+
+/// The same of a category file that the JSON library has parsed.
+std::vector<std::string> TagsOf(const Json::Value& categories) {
+    std::vector<std::string> tags;
+    // Null when there is none, which is gone through like an empty list.
+    for (const Json::Value& event : categories["All"]) {
+        tags.push_back(event["name"].asString());
+    }
+    return tags;
+}
+
 bool IsEmpty(const char* text) { return text == nullptr || *text == '\0'; }
 
 /// What the record says of its tag.
@@ -69,18 +120,21 @@ std::string ReadStrings(const APIRequest& request, Json::Value& strings) {
         packageTags = TagsOfPackage(package);
     }
 
+    const auto categoryText = ReadTextFile(categoryPath);
+    auto tags = categoryText ? ScanTags(*categoryText) : std::nullopt;
     Json::Value categories;
-    if (!fromFile(categories, categoryPath)) {
+    if (!categoryText || (!tags && !ParseJsonText(*categoryText, categories))) {
         return categoryPath;
     }
     const File mails(std::fopen(mailsPath.c_str(), "r"));
     if (!mails) {
         return mailsPath;
     }
+    if (!tags) {
+        tags = TagsOf(categories);
+    }
 
-    // Null when there is none, which is gone through like an empty list.
-    for (const Json::Value& event : std::as_const(categories)["All"]) {
-        const std::string tag = event["name"].asString();
+    for (const std::string& tag : *tags) {
         if (tag.empty() || KIVONotifyStringGetByFp(mails.get(), tag.c_str(), record.get()) != 0) {
             continue;
         }

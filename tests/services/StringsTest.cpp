@@ -54,6 +54,16 @@ TEST_F(Strings, DescribeEveryTagThatHasAText) {
                  R"({"All":[{"name":"NoCategory"},{"name":"NoText"},{"name":"Missing"},{"name":""},{},)"
                  R"({"name":"NoCategory"}]})");
     EXPECT_EQ(Get(), R"(success: {"NoCategory":{"level":"NOTIFICATION_INFO","msg":"m","title":""}})");
+    for (const char* document : {
+             R"({"All":[{"name":"Full"}],"All":[{"name":"NoCategory"}]})",
+             R"({"All":[{"name":"Full","name":"NoCategory"}]})",
+             R"(/* old */ {"All":[{"name":"NoCategory"}]} and more)",
+             R"({"All":[{"name":null},{"name":7},null,{"name":"NoCategory"}]})",
+         }) {
+        m_root.Write(kCategoryFile, document);
+        EXPECT_EQ(Get(), R"(success: {"NoCategory":{"level":"NOTIFICATION_INFO","msg":"m","title":""}})")
+            << document;
+    }
     for (const char* document : {"{}", R"({"All":[]})", R"({"All":[{"name":"Missing"}]})"}) {
         m_root.Write(kCategoryFile, document);
         EXPECT_EQ(Get(), "success: null") << document;

@@ -1,0 +1,31 @@
+#include "module/JsonScan.h"
+
+#include <new>
+
+namespace KIVO::NEXNotify {
+
+namespace {
+
+// Far below the nesting that the JSON library refuses, so that what is near it is left to the library.
+constexpr size_t kMaxDepth = 256;
+// Holds a common notification, so that the parser seldom grows.
+constexpr size_t kInitialCapacity = 4096;
+
+}  // namespace
+
+JsonScanner::JsonScanner() {
+    if (m_parser.allocate(kInitialCapacity, kMaxDepth) != simdjson::SUCCESS) {
+        throw std::bad_alloc();
+    }
+}
+
+std::optional<simdjson::dom::object> JsonScanner::Scan(std::string_view text) {
+    simdjson::dom::object object;
+    const auto error = m_parser.parse(text.data(), text.size()).get(object);
+    if (error == simdjson::MEMALLOC) {
+        throw std::bad_alloc();  // The parser may have got part of what it needs.
+    }
+    return error == simdjson::SUCCESS ? std::optional(object) : std::nullopt;
+}
+
+}  // namespace KIVO::NEXNotify
