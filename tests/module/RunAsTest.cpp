@@ -14,103 +14,74 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-struct Case {
-    const char* name;
-    Identity before;
-    bool runsBody;
-    Texts calls;
-    std::vector<LogLine> log;
-    /// The ids afterwards; those of before unless the way back is refused.
-    uid_t euid;
-    gid_t egid;
-};
-
-class RunAs : public testing::TestWithParam<Case> {};
-
 const LogLine kScopeLine{35, R"(RunAsTest.cpp:95 ERROR: IF_RUN_AS2("root"))"};
 
-TEST_P(RunAs, RaisesAndRestores) {
-    const Case& expected = GetParam();
-    ProcessIdentity() = expected.before;
-    LogLines().clear();
-    bool ranBody = false;
-    IF_RUN_AS2("root", 95) {
-        ranBody = true;
-        EXPECT_EQ(ProcessIdentity().euid, expected.before.accounts.at("root").first);
-        EXPECT_EQ(ProcessIdentity().egid, expected.before.accounts.at("root").second);
+TEST(RunAs, RaisesAndRestoresInOrder) {
+    const std::string raised = "setresuid(-1, 0, -1) setresgid(-1, 0, -1) setresuid(-1, 0, -1) ";
+    const std::string restored = "setresgid(-1, 100, -1) setresuid(-1, 1024, -1) ";
+    const std::string userRaised = "setresuid(-1, 0, -1) setresuid(-1, 0, -1) ";
+    const Identity ordinary{.euid = 1024, .egid = 100};
+    const auto refusing = [&](size_t call) {
+        return Identity{.euid = 1024, .egid = 100, .refusedCall = call};
+    };
+    const LogLine notRestored{34, "RunAsTest.cpp:95 ERROR: ~IF_RUN_AS2(1024, 100)"};
+    struct Case {
+        const char* name;
+        Identity before;
+        bool runsBody;
+        std::string calls;
+        std::vector<LogLine> log;
+        uid_t euidAfter;
+    };
+    for (const auto& [name, before, runsBody, calls, log, euidAfter] : {
+             Case{"already root", {}, true, "", {}, 0},
+             Case{"ordinary user and group", ordinary, true, raised + restored, {}, 1024},
+             Case{"in root's group", {.euid = 1024}, true, userRaised + "setresuid(-1, 1024, -1) ", {}, 1024},
+             Case{"root in a group",
+                  {.egid = 100},
+                  true,
+                  "setresgid(-1, 0, -1) setresgid(-1, 100, -1) ",
+                  {},
+                  0},
+             Case{"no user id of 0",
+                  {.euid = 1024, .mayRaise = false},
+                  false,
+                  "setresuid(-1, 0, -1) ",
+                  {kScopeLine},
+                  1024},
+             Case{"group refused",
+                  refusing(2),
+                  false,
+                  "setresuid(-1, 0, -1) setresgid(-1, 0, -1) setresuid(-1, 1024, -1) ",
+                  {kScopeLine},
+                  1024},
+             Case{"last call refused", refusing(3), false, raised + restored, {kScopeLine}, 1024},
+             Case{"way back refused", refusing(5), true, raised + restored, {notRestored}, 0},
+         }) {
+        SCOPED_TRACE(name);
+        ProcessIdentity() = before;
+        LogLines().clear();
+        bool ranBody = false;
+        IF_RUN_AS2("root", 95) {
+            ranBody = true;
+            EXPECT_EQ(ProcessIdentity().euid + ProcessIdentity().egid, 0U);
+        }
+        else {
+            EXPECT_FALSE(runsBody);
+        }
+        EXPECT_EQ(ranBody, runsBody);
+        std::string made;
+        for (const std::string& call : ProcessIdentity().calls) {
+            made += call + " ";
+        }
+        EXPECT_EQ(made, calls);
+        EXPECT_EQ(LogLines(), log);
+        EXPECT_EQ(ProcessIdentity().euid, euidAfter);
+        EXPECT_EQ(ProcessIdentity().egid, before.egid);
     }
-    else {
-        EXPECT_FALSE(expected.runsBody);
-    }
-    EXPECT_EQ(ranBody, expected.runsBody);
-    EXPECT_EQ(ProcessIdentity().calls, expected.calls);
-    EXPECT_EQ(LogLines(), expected.log);
-    EXPECT_EQ(ProcessIdentity().euid, expected.euid);
-    EXPECT_EQ(ProcessIdentity().egid, expected.egid);
 }
 
-const Texts kRaiseUserAndGroup = {"setresuid(-1, 0, -1)", "setresgid(-1, 0, -1)", "setresuid(-1, 0, -1)"};
-
-Texts operator+(Texts left, const Texts& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    , RunAs,
-    testing::Values(Case{"AlreadyRoot", {}, true, {}, {}, 0, 0},
-                    Case{"OrdinaryUserAndGroup",
-                         {.euid = 1024, .egid = 100},
-                         true,
-                         kRaiseUserAndGroup + Texts{"setresgid(-1, 100, -1)", "setresuid(-1, 1024, -1)"},
-                         {},
-                         1024,
-                         100},
-                    Case{"OrdinaryUserInGroupOfRoot",
-                         {.euid = 1024, .egid = 0},
-                         true,
-                         {"setresuid(-1, 0, -1)", "setresuid(-1, 0, -1)", "setresuid(-1, 1024, -1)"},
-                         {},
-                         1024,
-                         0},
-                    Case{"RootInOrdinaryGroup",
-                         {.euid = 0, .egid = 100},
-                         true,
-                         {"setresgid(-1, 0, -1)", "setresgid(-1, 100, -1)"},
-                         {},
-                         0,
-                         100},
-                    Case{"NoUserIdOfZero",
-                         {.euid = 1024, .egid = 100, .mayRaise = false},
-                         false,
-                         {"setresuid(-1, 0, -1)"},
-                         {kScopeLine},
-                         1024,
-                         100},
-                    Case{"GroupRefusedHalfWay",
-                         {.euid = 1024, .egid = 100, .refusedCall = 2},
-                         false,
-                         {"setresuid(-1, 0, -1)", "setresgid(-1, 0, -1)", "setresuid(-1, 1024, -1)"},
-                         {kScopeLine},
-                         1024,
-                         100},
-                    Case{"LastCallRefused",
-                         {.euid = 1024, .egid = 100, .refusedCall = 3},
-                         false,
-                         kRaiseUserAndGroup + Texts{"setresgid(-1, 100, -1)", "setresuid(-1, 1024, -1)"},
-                         {kScopeLine},
-                         1024,
-                         100},
-                    Case{"WayBackRefused",
-                         {.euid = 1024, .egid = 100, .refusedCall = 5},
-                         true,
-                         kRaiseUserAndGroup + Texts{"setresgid(-1, 100, -1)", "setresuid(-1, 1024, -1)"},
-                         {{34, "RunAsTest.cpp:95 ERROR: ~IF_RUN_AS2(1024, 100)"}},
-                         0,
-                         100}),
-    [](const auto& test) { return std::string(test.param.name); });
-
-TEST(RunAsScope, LookupFailuresSayWhy) {
+TEST(RunAs, LookupFailuresSayWhy) {
     struct LookupCase {
         Identity before;
         std::string reason;
@@ -137,7 +108,7 @@ TEST(RunAsScope, LookupFailuresSayWhy) {
     }
 }
 
-TEST(RunAsScope, RestoresWhateverWayTheBodyIsLeft) {
+TEST(RunAs, RestoresWhateverWayTheBodyIsLeft) {
     ProcessIdentity() = {.euid = 1024, .egid = 100};
     EXPECT_THROW(
         IF_RUN_AS2("root", 95) { throw std::runtime_error("from the body"); }, std::runtime_error);
