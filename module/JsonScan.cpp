@@ -14,8 +14,6 @@ constexpr size_t kInitialCapacity = 4096;
 }  // namespace
 
 JsonScanner::JsonScanner() {
-    // Its first call allocates, and must not be the one that the parser makes where nothing may be thrown.
-    simdjson::get_active_implementation();
     if (m_parser.allocate(kInitialCapacity, kMaxDepth) != simdjson::SUCCESS) {
         throw std::bad_alloc();
     }
