@@ -1,7 +1,6 @@
 // Any file as a text catalogue: the sections that are listed must be its own, and the tags that lookups find,
 // by path and in the open file alike, and those of the category file that the notification tool makes of it.
 
-#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <set>
@@ -11,11 +10,7 @@
 #include "module/File.h"
 #include "notify/NotifyString.h"
 #include "notify/StringList.h"
-#include "platform/kivocore/Json.h"
 #include "platform/notification_utils/CategoryFile.h"
-#include "tests/support/ApplianceRoot.h"
-
-using namespace KIVO::Fuzz;
 
 namespace {
 
@@ -24,50 +19,49 @@ std::string Found(int result, const NString& record) {
     std::string found;
     for (const char* text :
          {record.category, record.level, record.messageText, record.altMessageText, record.mailText}) {
-        ExpectEqual("text of a failed lookup", std::to_string(result != 0 && text != nullptr), "0");
+        KIVO::Fuzz::Expect("no text of a failed lookup", result == 0 || text == nullptr);
         found += text != nullptr ? std::string("|") + text : "-";
     }
     return result == 0 ? found : "";
 }
 
-/// The category file's number of events, nothing without the file.
-std::string CategoryFileSize(const KIVO::Test::ApplianceRoot& root) {
+/// The category file's number of events, -1 without the file.
+int CategoryFileSize() {
     try {
         WriteCategoryFile("enu");
     } catch (const std::runtime_error&) {
-        return "-1";
+        return -1;
     }
     Json::Value document;
-    KIVO::Appliance::ParseJson(*root.Read("/var/cache/texts/enu/notification_category"), document);
-    return document["All"].isArray() ? std::to_string(document["All"].size()) : "no array";
+    KIVO::Appliance::ParseJson(*KIVO::Fuzz::Root().Read("/var/cache/texts/enu/notification_category"),
+                               document);
+    KIVO::Fuzz::Expect("array of events", document["All"].isArray());
+    return static_cast<int>(document["All"].size());
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const KIVO::Test::ApplianceRoot root;
-    const std::string content(data, data + size);
-    const std::string path = root.Write("/var/cache/texts/enu/mails", content);
+void KIVO::Fuzz::Try(const std::string& input) {
+    const std::string path = Root().Write("/var/cache/texts/enu/mails", input);
     // Old enough to be kept parsed, and another file each time.
     static std::filesystem::file_time_type changed;
     std::filesystem::last_write_time(path, changed -= std::chrono::seconds(1));
 
-    KIVO::NEXNotify::StringList list;
+    NEXNotify::StringList list;
     const int count = list.AddSections(path);
     std::set<std::string> tags;
     for (int index = 0; index < count; ++index) {
         tags.insert(list[index]);
-        ExpectEqual("section",
-                    std::to_string(content.find('[' + std::string(list[index]) + ']') != content.npos), "1");
+        Expect("section in the file", input.find('[' + std::string(list[index]) + ']') != input.npos);
     }
     std::set<std::string> candidates = tags;
-    for (std::size_t end = content.find(']'); end != std::string::npos; end = content.find(']', end + 1)) {
-        candidates.insert(
-            content.substr(content.rfind('[', end) + 1, end - content.rfind('[', end) - 1).c_str());
+    for (std::size_t end = input.find(']'); end != input.npos; end = input.find(']', end + 1)) {
+        const std::size_t begin = input.rfind('[', end) + 1;
+        candidates.insert(input.substr(begin, end - begin).c_str());
     }
 
-    const KIVO::NEXNotify::File file(std::fopen(path.c_str(), "r"));
-    const KIVO::NEXNotify::NotifyString record(KIVONotifyStringNew());
+    const NEXNotify::File file(std::fopen(path.c_str(), "r"));
+    const NEXNotify::NotifyString record(KIVONotifyStringNew());
     std::set<std::string> found;
     for (const std::string& tag : candidates) {
         const std::string byPath =
@@ -78,8 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             found.insert(tag);
         }
     }
-    ExpectEqual("list", std::to_string(found == tags), "1");
+    Expect("same tags listed and found", found == tags);
     ExpectEqual("count", std::to_string(found.size()), std::to_string(std::max(count, 0)));
-    ExpectEqual("category file", std::to_string(count), CategoryFileSize(root));
-    return 0;
+    ExpectEqual("category file", std::to_string(count), std::to_string(CategoryFileSize()));
 }

@@ -8,16 +8,11 @@
 #include "fuzz/Support.h"
 #include "module/JsonFile.h"
 #include "module/NEXNotifyAPI.h"
-#include "platform/kivocore/Json.h"
-#include "tests/support/ApplianceRoot.h"
-
-using namespace KIVO::Fuzz;
 
 namespace {
 
-constexpr char kApp[] = "KIVO.App.Backup";
-
-Json::Value PlainCategories(const Json::Value& english, const Json::Value& translated) {
+Json::Value PlainAnswer(const Json::Value& english, const Json::Value& translated,
+                        const Json::Value& settings, bool isAdmin) {
     const Json::Value none(Json::arrayValue);
     const Json::Value englishEvents = english.get("All", none);
     Json::Value categories(Json::arrayValue);
@@ -45,14 +40,8 @@ Json::Value PlainCategories(const Json::Value& english, const Json::Value& trans
             categories.append(row);
         }
     }
-    return categories;
-}
-
-Json::Value PlainAnswer(const Json::Value& english, const Json::Value& translated,
-                        const Json::Value& settings, bool isAdmin) {
-    Json::Value categories = PlainCategories(english, translated);
     Json::Value answer;
-    answer["items"] = Json::Value(Json::arrayValue);
+    answer["items"] = none;
     const Json::Value application = settings.get("KIVO.ZUI.NEXNotify.Setting.Application", Json::Value());
     const Json::Value choices = application.get("notifcationSettings", Json::Value());
     for (Json::Value& row : categories) {
@@ -62,7 +51,8 @@ Json::Value PlainAnswer(const Json::Value& english, const Json::Value& translate
                 break;
             }
         }
-        if (row["appids"].empty() || isAdmin || row["app"].asString().c_str() == std::string_view(kApp)) {
+        if (row["appids"].empty() || isAdmin ||
+            row["app"].asString().c_str() == std::string_view(KIVO::Fuzz::kApp)) {
             answer["items"].append(row);
         }
     }
@@ -72,37 +62,29 @@ Json::Value PlainAnswer(const Json::Value& english, const Json::Value& translate
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const KIVO::Test::ApplianceRoot root;
-    if (!root.Read("/etc/kivo/users.json")) {
-        root.WriteUsers({{.name = "admin", .groups = {"administrators"}}, {.name = "user", .apps = {kApp}}});
-    }
-    if (size == 0) {
-        return 0;
-    }
-    const bool isAdmin = (data[0] & 1) != 0;
-    const bool isEnglish = (data[0] & 2) != 0;
-    const auto texts = SplitTexts(data + 1, size - 1, 3);
-    const std::string user = isAdmin ? "admin" : "user";
-    root.Write("/var/cache/texts/enu/notification_category", texts[0]);
-    root.Write("/var/cache/texts/ger/notification_category", texts[1]);
-    root.Write("/etc/kivo/settings/users/" + user + ".json", texts[2]);
+void KIVO::Fuzz::Try(const std::string& input) {
+    const bool isAdmin = (input[0] & 1) != 0;
+    const bool isEnglish = (input[0] & 2) != 0;
+    const auto texts = SplitTexts(input, 1, 3);
+    const std::string user = isAdmin ? "admin" : "member";
+    Root().Write("/var/cache/texts/enu/notification_category", texts[0]);
+    Root().Write("/var/cache/texts/ger/notification_category", texts[1]);
+    Root().Write("/etc/kivo/settings/users/" + user + ".json", texts[2]);
 
     Json::Value parameters;
     parameters["action"] = "loadHaveNtAppList";
-    KIVO::APIRequest request(parameters, user, isEnglish ? "enu" : "ger", isAdmin);
-    KIVO::APIResponse response;
-    Log().clear();
+    APIRequest request(parameters, user, isEnglish ? "enu" : "ger", isAdmin);
+    APIResponse response;
     NEXNotify_1_notify(&request, &response);
 
-    KIVO::APIResponse expected;
+    APIResponse expected;
     std::string expectedLog;
-    const auto parse = KIVO::NEXNotify::ParseJsonText;
     Json::Value english;
     Json::Value translated;
     Json::Value settings;
-    KIVO::Appliance::ParseJson(texts[2], settings);
-    if (!parse(texts[0], english) || !parse(texts[isEnglish ? 0 : 1], translated)) {
+    Appliance::ParseJson(texts[2], settings);
+    if (!NEXNotify::ParseJsonText(texts[0], english) ||
+        !NEXNotify::ParseJsonText(texts[isEnglish ? 0 : 1], translated)) {
         expected.SetSuccess(Json::Value(Json::arrayValue));
         expectedLog = std::string("pasre json file failed. ") + std::strerror(EBADMSG) + '\n';
     } else {
@@ -115,5 +97,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ExpectEqual("answer", Text(expected), Text(response));
     // What the library says is its own matter.
     ExpectEqual("log", expectedLog, Log().substr(0, expectedLog.empty() ? Log().size() : expectedLog.size()));
-    return 0;
 }

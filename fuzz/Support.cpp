@@ -1,41 +1,47 @@
 #include "fuzz/Support.h"
 
-#include <json/writer.h>
 #include <syslog.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 
 namespace KIVO::Fuzz {
+
+const Test::ApplianceRoot& Root() {
+    static const Test::ApplianceRoot root;
+    if (!root.Read("/etc/kivo/users.json")) {
+        root.WriteUsers({{.name = "alice", .token = kToken},
+                         {.name = "member", .apps = {kApp}},
+                         {.name = "admin", .groups = {"administrators"}}});
+        root.WriteCatalogue("enu", "[Known]\n");
+        root.WriteCatalogue("ger", "");
+        root.CreateDatabase();
+    }
+    return root;
+}
 
 std::string& Log() {
     static std::string log;
     return log;
 }
 
-std::vector<std::string> SplitTexts(const std::uint8_t* data, std::size_t size, std::size_t count) {
+std::vector<std::string> SplitTexts(const std::string& input, std::size_t skipped, std::size_t count) {
     std::vector<std::string> texts;
-    for (const auto *text = data, *end = data + size; text < end;) {
-        const auto* textEnd = std::find(text, end, 0);
-        texts.emplace_back(text, textEnd);
-        text = textEnd + 1;
+    std::istringstream stream(input.substr(std::min(skipped, input.size())));
+    for (std::string text; std::getline(stream, text, '\0');) {
+        texts.push_back(text);
     }
     texts.resize(std::max(texts.size(), count));
     return texts;
 }
 
-std::string Text(const Json::Value& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
-}
-
 std::string Text(const APIResponse& response) {
     return std::to_string(response.GetAnswerCount()) + " times, error " +
-           std::to_string(response.GetErrorCode()) + ": " + Text(response.GetData());
+           std::to_string(response.GetErrorCode()) + ": " + Appliance::WriteJson(response.GetData());
 }
 
 void ExpectEqual(const char* what, const std::string& expected, const std::string& actual) {
@@ -46,11 +52,17 @@ void ExpectEqual(const char* what, const std::string& expected, const std::strin
     }
 }
 
+void Expect(const char* what, bool holds) { ExpectEqual(what, "1", std::to_string(holds)); }
+
 }  // namespace KIVO::Fuzz
 
-#define EXPORTED __attribute__((visibility("default")))
-
 extern "C" {
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    KIVO::Fuzz::Log().clear();
+    KIVO::Fuzz::Try(std::string(data, data + size));
+    return 0;
+}
 
 EXPORTED uid_t geteuid() noexcept { return 0; }
 EXPORTED gid_t getegid() noexcept { return 0; }

@@ -2,12 +2,11 @@ const NOTIFY = 'KIVO.Core.NEXNotify/1/notify';
 const STRINGS = 'KIVO.Core.NEXNotify.Strings/1/get';
 const MAIL = 'KIVO.Core.NEXNotify.MailContent/1/get';
 
-// The host answered, and the answer is no. `reason` is its sentence when it gave one.
+// The host answered, and the answer is no.
 export class Refused extends Error {
-  constructor({code, data}) {
+  constructor({code}) {
     super(`refused with ${code}`);
     this.code = code;
-    this.reason = typeof data === 'string' ? data : '';
   }
 }
 
@@ -18,6 +17,7 @@ const PATIENCE_MS = 30_000;
 
 export class Api {
   language = '';
+  answers = 0;    // how often the host has answered, be it with a refusal
   #token;
 
   constructor(token) {
@@ -77,6 +77,7 @@ export class Api {
     } catch (cause) {
       throw new Unreachable(`no answer to ${path}`, {cause});
     }
+    ++this.answers;
     if (!envelope.success)
       throw new Refused(envelope.error);
     return envelope.data;

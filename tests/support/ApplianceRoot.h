@@ -30,7 +30,7 @@ struct TestUser {
 using Column = std::optional<std::string>;
 
 /// An empty appliance root in a temporary folder that every account can read: the process's KIVO_ROOT from
-/// the constructor on. The destructor removes the folder and restores KIVO_ROOT. Every operation throws when
+/// the constructor on. The destructor removes the folder and unsets KIVO_ROOT. Every operation throws when
 /// it fails. Paths are the appliance's own, such as "/etc/kivo/users.json"; one object at a time.
 class ApplianceRoot {
 public:
@@ -46,8 +46,6 @@ public:
     /// Writes the file, making the folders above it; one that exists is rewritten in place. Its path on this
     /// machine.
     std::string Write(std::string_view appliancePath, std::string_view content) const;
-    /// The same through a new file that is renamed over the old one.
-    std::string Replace(std::string_view appliancePath, std::string_view content) const;
     /// The file's whole content; nothing when there is none.
     std::optional<std::string> Read(std::string_view appliancePath) const;
 
@@ -63,12 +61,11 @@ public:
     /// Adds one message and links the users to it. Its message_id.
     long long AddMessage(const std::vector<int>& uids, const std::optional<std::string>& content,
                          long long timestamp) const;
-    /// Runs one statement on the notification database. The result rows.
+    /// Runs statements on the notification database. The result rows.
     std::vector<std::vector<Column>> Query(const std::string& sql) const;
 
 private:
     std::filesystem::path m_folder;
-    std::optional<std::string> m_earlierRoot;
 };
 
 }  // namespace KIVO::Test
