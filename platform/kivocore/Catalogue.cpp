@@ -4,6 +4,7 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <mutex>
 
@@ -19,9 +20,13 @@ using KeyFile = std::unique_ptr<GKeyFile, decltype(&g_key_file_unref)>;
 using TextList = std::unique_ptr<gchar*, decltype(&g_strfreev)>;
 using Text = std::unique_ptr<gchar, decltype(&g_free)>;
 
-std::optional<std::string> ReadText(const KeyFile& file, const char* tag, const char* key) {
-    const Text text(g_key_file_get_string(file.get(), tag, key, nullptr), &g_free);
-    return text ? std::optional<std::string>(text.get()) : std::nullopt;
+/// The text in the catalogue's keeping; null for null.
+const char* Keep(Catalogue& catalogue, const char* text) {
+    if (text == nullptr) {
+        return nullptr;
+    }
+    const std::size_t size = std::strlen(text) + 1;
+    return static_cast<char*>(std::memcpy(catalogue.texts.allocate(size, 1), text, size));
 }
 
 std::shared_ptr<const Catalogue> ParseCatalogue(const std::string& content) {
@@ -32,16 +37,20 @@ std::shared_ptr<const Catalogue> ParseCatalogue(const std::string& content) {
     const TextList tags(g_key_file_get_groups(file.get(), nullptr), &g_strfreev);
     auto catalogue = std::make_shared<Catalogue>();
     for (gchar** tag = tags.get(); *tag != nullptr; ++tag) {
-        catalogue->tags.emplace_back(*tag);
-        catalogue->entries.emplace(*tag, CatalogueEntry{
-                                             .category = ReadText(file, *tag, "category"),
-                                             .level = ReadText(file, *tag, "level"),
-                                             .message = ReadText(file, *tag, "message"),
-                                             .altMessage = ReadText(file, *tag, "altMessage"),
-                                             .mail = ReadText(file, *tag, "mail"),
-                                             .group = ReadText(file, *tag, "group"),
-                                             .appId = ReadText(file, *tag, "appid"),
-                                         });
+        const auto read = [&](const char* key) {
+            return Keep(*catalogue,
+                        Text(g_key_file_get_string(file.get(), *tag, key, nullptr), &g_free).get());
+        };
+        catalogue->tags.push_back(Keep(*catalogue, *tag));
+        catalogue->entries.emplace(catalogue->tags.back(), CatalogueEntry{
+                                                               .category = read("category"),
+                                                               .level = read("level"),
+                                                               .message = read("message"),
+                                                               .altMessage = read("altMessage"),
+                                                               .mail = read("mail"),
+                                                               .group = read("group"),
+                                                               .appId = read("appid"),
+                                                           });
     }
     return catalogue;
 }

@@ -3,8 +3,9 @@
 // Private to the stand-ins and the programs around them; the module never includes it.
 
 #include <memory>
-#include <optional>
+#include <memory_resource>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -12,24 +13,26 @@
 
 namespace KIVO::Appliance {
 
-/// What a catalogue gives for one tag; nothing for a key that its section does not have.
+/// What a catalogue gives for one tag; null for a key that its section does not have.
 struct CatalogueEntry {
-    std::optional<std::string> category;
-    std::optional<std::string> level;
-    std::optional<std::string> message;
-    std::optional<std::string> altMessage;
-    std::optional<std::string> mail;
+    const char* category;
+    const char* level;
+    const char* message;
+    const char* altMessage;
+    const char* mail;
     /// The title, in the catalogue's language, of the category to which the tag's events belong.
-    std::optional<std::string> group;
+    const char* group;
     /// The application that raises the tag's events.
-    std::optional<std::string> appId;
+    const char* appId;
 };
 
 /// A text catalogue of one language, parsed: a GLib key file with one group a tag.
 struct Catalogue {
     /// In the file's order.
-    std::vector<std::string> tags;
-    std::unordered_map<std::string, CatalogueEntry> entries;
+    std::vector<const char*> tags;
+    std::unordered_map<std::string_view, CatalogueEntry> entries;
+    /// Holds all the texts, those of a tag side by side: who goes through thousands finds them fast.
+    std::pmr::monotonic_buffer_resource texts;
 };
 
 /// The catalogue at the path or behind the open descriptor, parsed at most once as long as the file stays the

@@ -27,8 +27,8 @@ int KLIBCFileEnumSection(const char* path, KLIBCSzList** list) try {
         SET_LAST_ERROR(FileNotReadable);
         return -1;
     }
-    for (const std::string& tag : catalogue->tags) {
-        if (KLIBCSzListPush(list, tag.c_str()) != 0) {
+    for (const char* tag : catalogue->tags) {
+        if (KLIBCSzListPush(list, tag) != 0) {
             return -1;
         }
     }

@@ -26,15 +26,15 @@ constexpr mode_t kCategoryFileMode = 0644;
 
 Json::Value ListEvents(const Catalogue& catalogue) {
     Json::Value events(Json::arrayValue);
-    for (const std::string& tag : catalogue.tags) {
+    for (const char* tag : catalogue.tags) {
         const CatalogueEntry& entry = catalogue.entries.at(tag);
         Json::Value event;
         event["name"] = tag;
-        if (entry.group) {
-            event["group"] = *entry.group;
+        if (entry.group != nullptr) {
+            event["group"] = entry.group;
         }
-        if (entry.appId) {
-            event["appid"] = *entry.appId;
+        if (entry.appId != nullptr) {
+            event["appid"] = entry.appId;
         }
         events.append(std::move(event));
     }

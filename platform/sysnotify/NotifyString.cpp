@@ -1,5 +1,5 @@
+#include <cstdio>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "platform/kivocore/Catalogue.h"
@@ -14,35 +14,65 @@ using KIVO::Appliance::LoadCatalogue;
 
 /// What KIVONotifyStringNew really makes.
 struct OwningRecord : NString {
-    /// Holds the texts to which the fields point, also after the catalogue has changed.
+    /// The catalogue of the last lookup. Holds the texts to which the fields point, also after the file has
+    /// changed.
     std::shared_ptr<const Catalogue> catalogue;
+    /// The stream that it was read from, if any.
+    FILE* stream = nullptr;
+
+    void Read(const char* path) {
+        stream = nullptr;
+        catalogue = LoadCatalogue(std::string(path));
+    }
+
+    /// Reads the stream to its end, as far as its user can tell. So one that stands there is known to have
+    /// been read, and thousands of lookups ask the system for the file's identity once.
+    void Read(FILE* file) {
+        if (file == stream && std::feof(file) != 0) {
+            return;
+        }
+        stream = nullptr;
+        catalogue = LoadCatalogue(fileno(file));
+        if (std::fseek(file, 0, SEEK_END) == 0) {
+            std::fgetc(file);
+            stream = file;
+        }
+    }
 };
 
-void Clear(NString* record) {
+/// Looks the tag up in the file or in the one at the path.
+template <class Source>
+int LookUp(Source* source, const char* tag, NString* record) try {
+    if (record == nullptr) {
+        SET_LAST_ERROR(BadParameter);
+        return -1;
+    }
     *record = NString{};
-    static_cast<OwningRecord*>(record)->catalogue.reset();
-}
-
-const char* TextOrNull(const std::optional<std::string>& text) { return text ? text->c_str() : nullptr; }
-
-int Fill(NString* record, std::shared_ptr<const Catalogue> catalogue, const char* tag) {
-    if (!catalogue) {
+    if (source == nullptr || tag == nullptr) {
+        SET_LAST_ERROR(BadParameter);
+        return -1;
+    }
+    auto& owner = *static_cast<OwningRecord*>(record);
+    owner.Read(source);
+    if (!owner.catalogue) {
         SET_LAST_ERROR(FileNotReadable);
         return -1;
     }
-    const auto found = catalogue->entries.find(tag);
-    if (found == catalogue->entries.end()) {
+    const auto found = owner.catalogue->entries.find(tag);
+    if (found == owner.catalogue->entries.end()) {
         SET_LAST_ERROR(SectionNotFound);
         return -1;
     }
     const CatalogueEntry& entry = found->second;
-    record->category = TextOrNull(entry.category);
-    record->level = TextOrNull(entry.level);
-    record->messageText = TextOrNull(entry.message);
-    record->altMessageText = TextOrNull(entry.altMessage);
-    record->mailText = TextOrNull(entry.mail);
-    static_cast<OwningRecord*>(record)->catalogue = std::move(catalogue);
+    record->category = entry.category;
+    record->level = entry.level;
+    record->messageText = entry.message;
+    record->altMessageText = entry.altMessage;
+    record->mailText = entry.mail;
     return 0;
+} catch (...) {
+    SET_LAST_ERROR(OutOfMemory);
+    return -1;
 }
 
 }  // namespace
@@ -54,34 +84,10 @@ NString* KIVONotifyStringNew(void) try { return new OwningRecord{}; } catch (...
 
 void KIVONotifyStringFree(NString* record) { delete static_cast<OwningRecord*>(record); }
 
-int KIVONotifyStringGetByFp(FILE* file, const char* tag, NString* record) try {
-    if (record == nullptr) {
-        SET_LAST_ERROR(BadParameter);
-        return -1;
-    }
-    Clear(record);
-    if (file == nullptr || tag == nullptr) {
-        SET_LAST_ERROR(BadParameter);
-        return -1;
-    }
-    return Fill(record, LoadCatalogue(fileno(file)), tag);
-} catch (...) {
-    SET_LAST_ERROR(OutOfMemory);
-    return -1;
+int KIVONotifyStringGetByFp(FILE* file, const char* tag, NString* record) {
+    return LookUp(file, tag, record);
 }
 
-int KIVONotifyStringGetByPath(const char* path, const char* tag, NString* record, int /*flag*/) try {
-    if (record == nullptr) {
-        SET_LAST_ERROR(BadParameter);
-        return -1;
-    }
-    Clear(record);
-    if (path == nullptr || tag == nullptr) {
-        SET_LAST_ERROR(BadParameter);
-        return -1;
-    }
-    return Fill(record, LoadCatalogue(std::string(path)), tag);
-} catch (...) {
-    SET_LAST_ERROR(OutOfMemory);
-    return -1;
+int KIVONotifyStringGetByPath(const char* path, const char* tag, NString* record, int /*flag*/) {
+    return LookUp(path, tag, record);
 }
