@@ -5,14 +5,16 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
+#include "category/CategoryFile.h"
 #include "category/FirstMatch.h"
 #include "kivocore/rights.h"
 #include "module/ErrorCodes.h"
-#include "module/JsonFile.h"
 #include "module/Log.h"
 #include "module/Paths.h"
 #include "module/SourceLines.h"
@@ -26,6 +28,14 @@ namespace {
 constexpr char kSettingsApplication[] = "KIVO.ZUI.NEXNotify.Setting.Application";
 constexpr char kStoredChoices[] = "notifcationSettings";
 
+// A category's row. The JSON library does not copy such names.
+const Json::StaticString kTitle("category");
+const Json::StaticString kEnglishTitle("category_enu");
+const Json::StaticString kApp("app");
+const Json::StaticString kAppIds("appids");
+const Json::StaticString kChoice("nexnotify");
+const Json::StaticString kOn("on");
+
 /// The member of the object (or of null, which has none), or null.
 const Json::Value* Member(const Json::Value& object, std::string_view name) {
     return object.find(name.data(), name.data() + name.size());
@@ -38,13 +48,55 @@ const Json::Value& MemberOr(const Json::Value& object, std::string_view name, co
 
 bool IsEmptyText(const Json::Value& value) { return value.asString().empty(); }
 
+Json::Value RowOf(Json::Value title, Json::Value englishTitle, Json::Value app, bool hasApp) {
+    Json::Value appIds(Json::arrayValue);
+    if (hasApp) {
+        appIds.append(app);
+    }
+    Json::Value row(Json::objectValue);
+    row[kTitle] = std::move(title);
+    row[kEnglishTitle] = std::move(englishTitle);
+    row[kApp] = std::move(app);
+    row[kAppIds] = std::move(appIds);
+    row[kChoice] = kOn;
+    return row;
+}
+
+Json::Value TextValue(std::string_view text) { return {text.data(), text.data() + text.size()}; }
+
 /// The categories of the events in order of first appearance, each with its first event's application.
-Json::Value CategoriesOf(const Json::Value& events, const Json::Value& englishEvents) {
+Json::Value CategoriesOf(const std::vector<CategoryEvent>& events,
+                         const std::vector<CategoryEvent>& englishEvents) {
+    std::unordered_map<std::string_view, const CategoryEvent*> english;
+    english.reserve(englishEvents.size());
+    for (const CategoryEvent& event : englishEvents) {
+        if (event.name) {
+            english.try_emplace(*event.name, &event);
+        }
+    }
+    std::unordered_set<std::string_view> listed;
+    Json::Value categories(Json::arrayValue);
+    for (const CategoryEvent& event : events) {
+        const auto found = english.find(event.name.value_or(""));
+        if (found == english.end() || event.group.empty() || found->second->group.empty() ||
+            !listed.insert(found->second->group).second) {
+            continue;
+        }
+        const auto& [name, englishTitle, app] = *found->second;
+        categories.append(
+            RowOf(TextValue(event.group), TextValue(englishTitle), TextValue(app), !app.empty()));
+    }
+    return categories;
+}
+
+/// The same of files whose members may be of any type: what the JSON library makes of them holds.
+Json::Value CategoriesOf(const Json::Value& document, const Json::Value& englishDocument) {
+    const Json::Value noEvents(Json::arrayValue);
     const Json::Value emptyText("");
-    FirstMatch<1> english(englishEvents, {"name"});
+    FirstMatch<1> english(MemberOr(englishDocument, "All", noEvents), {"name"});
     std::unordered_set<JsonKey<1>, HashJsonKey, EqualJsonKeys> listed;
     Json::Value categories(Json::arrayValue);
-    for (const Json::Value& event : events) {
+    for (const Json::Value& event : MemberOr(document, "All", noEvents)) {
         const Json::Value& title = MemberOr(event, "group", emptyText);
         const Json::Value* englishEvent = english.Find({&MemberOr(event, "name", emptyText)});
         if (englishEvent == nullptr) {
@@ -53,19 +105,9 @@ Json::Value CategoriesOf(const Json::Value& events, const Json::Value& englishEv
         const Json::Value& englishTitle = MemberOr(*englishEvent, "group", emptyText);
         const Json::Value& app = MemberOr(*englishEvent, "appid", emptyText);
         const bool hasApp = !IsEmptyText(app);
-        if (IsEmptyText(title) || IsEmptyText(englishTitle) || !listed.insert({&englishTitle}).second) {
-            continue;
+        if (!IsEmptyText(title) && !IsEmptyText(englishTitle) && listed.insert({&englishTitle}).second) {
+            categories.append(RowOf(title, englishTitle, app, hasApp));
         }
-        Json::Value row(Json::objectValue);
-        row["category"] = title;
-        row["category_enu"] = englishTitle;
-        row["app"] = app;
-        row["appids"] = Json::Value(Json::arrayValue);
-        if (hasApp) {
-            row["appids"].append(app);
-        }
-        row["nexnotify"] = "on";
-        categories.append(std::move(row));
     }
     return categories;
 }
@@ -78,15 +120,15 @@ int Notify::ExecuteLoadHaveNtAppList() {
 }
 
 Json::Value Notify::GetNotifyCategorySettings() const {
-    Json::Value english;
-    Json::Value translated;
-    const Json::Value* document = &english;
-    bool isLoaded = fromFile(english, GetNotifyCategoryFile(Paths::kEnglish));
+    CategoryFile english;
+    CategoryFile translated;
+    CategoryFile* titled = &english;
+    bool isLoaded = english.Load(GetNotifyCategoryFile(Paths::kEnglish));
     if (isLoaded) {
         const std::string language = m_request->GetUILanguage();
         if (language != Paths::kEnglish) {  // else it is the same file, which need not be read twice
-            document = &translated;
-            isLoaded = fromFile(translated, GetNotifyCategoryFile(language));
+            titled = &translated;
+            isLoaded = translated.Load(GetNotifyCategoryFile(language));
         }
     }
     if (!isLoaded) {
@@ -94,9 +136,9 @@ Json::Value Notify::GetNotifyCategorySettings() const {
                        std::strerror(errno));
         return Json::Value(Json::arrayValue);
     }
-    const Json::Value noEvents(Json::arrayValue);
-    Json::Value categories =
-        CategoriesOf(MemberOr(*document, "All", noEvents), MemberOr(english, "All", noEvents));
+    Json::Value categories = titled->Events() && english.Events()
+                                 ? CategoriesOf(*titled->Events(), *english.Events())
+                                 : CategoriesOf(titled->Tree(), english.Tree());
     UpdateNotifyCategorySettingsFromUserSetting(categories);
     CheckNotifyCategoryPrivilege(categories);
     Json::Value settings(Json::objectValue);
@@ -114,10 +156,10 @@ void Notify::UpdateNotifyCategorySettingsFromUserSetting(Json::Value& categories
     if (storedChoices == nullptr) {
         return;
     }
-    FirstMatch<2> choices(*storedChoices, {"category_enu", "app"});
+    FirstMatch<2> choices(*storedChoices, {kEnglishTitle, kApp});
     for (Json::Value& row : categories) {
-        if (const Json::Value* choice = choices.Find({&row["category_enu"], &row["app"]})) {
-            row["nexnotify"] = (*choice)["nexnotify"];
+        if (const Json::Value* choice = choices.Find({&row[kEnglishTitle], &row[kApp]})) {
+            row[kChoice] = (*choice)[kChoice];
         }
     }
 }
@@ -139,17 +181,22 @@ void Notify::CheckNotifyCategoryPrivilege(Json::Value& categories) const {
         }
         return privilege->second;
     };
-    Json::Value retained(Json::arrayValue);
-    for (Json::Value& row : categories) {
-        bool isRetained = row["appids"].empty();
-        for (const Json::Value& appId : row["appids"]) {
+    Json::ArrayIndex retained = 0;
+    for (Json::ArrayIndex i = 0; i < categories.size(); ++i) {
+        const Json::Value& appIds = categories[i][kAppIds];
+        bool isRetained = appIds.empty();
+        for (const Json::Value& appId : appIds) {
             isRetained = isRetained || mayUse(appId.asString());
         }
-        if (isRetained) {
-            retained.append(std::move(row));
+        if (!isRetained) {
+            continue;
         }
+        if (retained != i) {
+            categories[retained] = std::move(categories[i]);
+        }
+        ++retained;
     }
-    categories = std::move(retained);
+    categories.resize(retained);
 }
 
 }  // namespace KIVO::NEXNotify

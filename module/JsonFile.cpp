@@ -1,6 +1,7 @@
 #include "module/JsonFile.h"
 
 #include <json/reader.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -25,6 +26,10 @@ std::optional<std::string> ReadTextFile(const std::string& path) {
         return std::nullopt;
     }
     std::string text;
+    struct stat status = {};
+    if (fstat(fileno(file.get()), &status) == 0 && S_ISREG(status.st_mode)) {
+        text.reserve(static_cast<size_t>(status.st_size));
+    }
     char chunk[65536];
     size_t count = 0;
     while ((count = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {

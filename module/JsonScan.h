@@ -23,4 +23,15 @@ private:
     simdjson::dom::parser m_parser;
 };
 
+/// Finds the member of the name. False when there are two of them, or the one is no T.
+template <class T>
+bool FindOnly(simdjson::dom::object object, std::string_view name, std::optional<T>& found) {
+    for (const auto [member, value] : object) {
+        if (member == name && (found || value.get(found.emplace()) != simdjson::SUCCESS)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace KIVO::NEXNotify

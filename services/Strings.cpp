@@ -6,8 +6,8 @@
 #include <string_view>
 #include <unordered_set>
 #include <utility>
-#include <vector>
 
+#include "category/CategoryFile.h"
 #include "kivocore/file.h"
 #include "module/ErrorCodes.h"
 #include "module/File.h"
@@ -21,22 +21,51 @@ namespace KIVO::NEXNotify {
 
 namespace {
 
-/// The tags that the package declares; none when the configuration cannot be read, or does not list them
-/// properly.
-std::unordered_set<std::string> TagsOfPackage(const std::string& package) {
-    const std::string path = Paths::PackageConfiguration();
-    std::unordered_set<std::string> tags;
-    Json::Value configuration;
-    if (!KLIBCFileExist(path.c_str()) || !fromFile(configuration, path)) {
+// The JSON library does not copy such names and texts.
+const Json::StaticString kMessage("msg");
+const Json::StaticString kLevel("level");
+const Json::StaticString kTitle("title");
+const Json::StaticString kInfo("NOTIFICATION_INFO");
+const Json::StaticString kSystemEvent("nexnotify:system_event");
+
+using Tags = std::unordered_set<std::string>;
+
+/// The tags that the configuration lists for the package; nothing when only the JSON library is to judge it.
+std::optional<Tags> ScanTags(std::string_view configuration, const std::string& package) {
+    JsonScanner scanner;
+    const auto packages = scanner.Scan(configuration);
+    std::optional<simdjson::dom::object> entry;
+    std::optional<simdjson::dom::array> keys;
+    if (!packages || !FindOnly(*packages, package, entry) || (entry && !FindOnly(*entry, "keyArray", keys))) {
+        return std::nullopt;
+    }
+    Tags tags;
+    if (keys) {
+        tags.reserve(keys->size());
+        for (const auto key : *keys) {
+            std::string_view tag;
+            if (key.get(tag) != simdjson::SUCCESS) {
+                return std::nullopt;
+            }
+            tags.emplace(tag);
+        }
+    }
+    return tags;
+}
+
+/// The same of a configuration of any form: none when it does not list them properly.
+Tags ParseTags(std::string_view configuration, const std::string& package) {
+    Json::Value packages;
+    Tags tags;
+    if (!ParseJsonText(configuration, packages)) {
         return tags;
     }
     try {
-        if (!configuration.isMember(package) || !configuration[package].isMember("keyArray")) {
-            return tags;
-        }
-        const Json::Value& keys = configuration[package]["keyArray"];
-        for (Json::ArrayIndex i = 0; i < keys.size(); ++i) {
-            tags.insert(keys[i].asString());
+        if (packages.isMember(package) && packages[package].isMember("keyArray")) {
+            const Json::Value& keys = packages[package]["keyArray"];
+            for (Json::ArrayIndex i = 0; i < keys.size(); ++i) {
+                tags.insert(keys[i].asString());
+            }
         }
     } catch (const Json::Exception&) {
         // A member of another type: as good as a package that is not listed.
@@ -45,51 +74,34 @@ std::unordered_set<std::string> TagsOfPackage(const std::string& package) {
     return tags;
 }
 
-/// The tags of the category file's events, in their order; nothing when only the JSON library is to judge the
-/// text.
-std::optional<std::vector<std::string>> ScanTags(std::string_view categories) {
-    JsonScanner scanner;
-    const auto document = scanner.Scan(categories);
-    if (!document) {
-        return std::nullopt;
+/// The tags that the package declares; none when the configuration cannot be read.
+Tags TagsOfPackage(const std::string& package) {
+    const std::string path = Paths::PackageConfiguration();
+    if (!KLIBCFileExist(path.c_str())) {
+        return {};
     }
-    std::vector<std::string> tags;
-    bool hasEvents = false;
-    for (const auto [member, events] : *document) {
-        if (member != "All") {
-            continue;
-        }
-        simdjson::dom::array list;
-        if (std::exchange(hasEvents, true) || events.get(list) != simdjson::SUCCESS) {
-            return std::nullopt;
-        }
-        for (const auto event : list) {
-            simdjson::dom::object fields;
-            if (event.get(fields) != simdjson::SUCCESS) {
-                return std::nullopt;
-            }
-            bool hasName = false;
-            std::string_view tag;
-            for (const auto [field, value] : fields) {
-                if (field == "name" &&
-                    (std::exchange(hasName, true) || value.get(tag) != simdjson::SUCCESS)) {
-                    return std::nullopt;
-                }
-            }
-            tags.emplace_back(tag);
-        }
+    const auto configuration = ReadTextFile(path);
+    if (!configuration) {
+        return {};
     }
-    return tags;
+    auto tags = ScanTags(*configuration, package);
+    return tags ? std::move(*tags) : ParseTags(*configuration, package);
 }
 
-/// The same of a category file that the JSON library has parsed.
-std::vector<std::string> TagsOf(const Json::Value& categories) {
-    std::vector<std::string> tags;
-    // Null when there is none, which is gone through like an empty list.
-    for (const Json::Value& event : categories["All"]) {
-        tags.push_back(event["name"].asString());
+/// Calls `visit` with the tag of each of the category file's events, in their order.
+template <class Visit>
+void ForEachTag(CategoryFile& categories, const Visit& visit) {
+    std::string tag;
+    if (const auto& events = categories.Events()) {
+        for (const CategoryEvent& event : *events) {
+            visit(tag.assign(event.name.value_or("")));
+        }
+        return;
     }
-    return tags;
+    // Null when there is none, which is gone through like an empty list.
+    for (const Json::Value& event : categories.Tree()["All"]) {
+        visit(tag = event["name"].asString());
+    }
 }
 
 bool IsEmpty(const char* text) { return text == nullptr || *text == '\0'; }
@@ -98,9 +110,9 @@ bool IsEmpty(const char* text) { return text == nullptr || *text == '\0'; }
 Json::Value EntryOf(const NString& record, const char* message) {
     const bool isSystem = record.category == nullptr || strcasecmp(record.category, "system") == 0;
     Json::Value entry(Json::objectValue);
-    entry["msg"] = message;
-    entry["level"] = record.level != nullptr ? record.level : "NOTIFICATION_INFO";
-    entry["title"] = isSystem ? "nexnotify:system_event" : record.category;
+    entry[kMessage] = message;
+    entry[kLevel] = record.level != nullptr ? Json::Value(record.level) : kInfo;
+    entry[kTitle] = isSystem ? kSystemEvent : Json::Value(record.category);
     return entry;
 }
 
@@ -115,37 +127,29 @@ std::string ReadStrings(const APIRequest& request, Json::Value& strings) {
     const std::string mailsPath = Paths::MailsCatalogue(request.GetUILanguage());
     const std::string categoryPath = Paths::CategoryFile(Paths::kEnglish);
     const std::string package = request.GetParam("pkgName", Json::Value()).asString();
-    std::unordered_set<std::string> packageTags;
+    Tags packageTags;
     if (!package.empty()) {
         packageTags = TagsOfPackage(package);
     }
 
-    const auto categoryText = ReadTextFile(categoryPath);
-    auto tags = categoryText ? ScanTags(*categoryText) : std::nullopt;
-    Json::Value categories;
-    if (!categoryText || (!tags && !ParseJsonText(*categoryText, categories))) {
+    CategoryFile categories;
+    if (!categories.Load(categoryPath)) {
         return categoryPath;
     }
     const File mails(std::fopen(mailsPath.c_str(), "r"));
     if (!mails) {
         return mailsPath;
     }
-    if (!tags) {
-        tags = TagsOf(categories);
-    }
-
-    for (const std::string& tag : *tags) {
-        if (tag.empty() || KIVONotifyStringGetByFp(mails.get(), tag.c_str(), record.get()) != 0) {
-            continue;
-        }
-        if (!package.empty() && !packageTags.contains(tag)) {
-            continue;
+    ForEachTag(categories, [&](const std::string& tag) {
+        if (tag.empty() || (!package.empty() && !packageTags.contains(tag)) ||
+            KIVONotifyStringGetByFp(mails.get(), tag.c_str(), record.get()) != 0) {
+            return;
         }
         const char* message = IsEmpty(record->messageText) ? record->altMessageText : record->messageText;
         if (!IsEmpty(message)) {
             strings[tag] = EntryOf(*record, message);
         }
-    }
+    });
     return "";
 }
 

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "module/JsonScan.h"
+
+namespace KIVO::NEXNotify {
+
+/// One event of a category file, with what the module reads of it; "" for what is absent.
+struct CategoryEvent {
+    std::optional<std::string_view> name;
+    std::string_view group;
+    std::string_view appId;
+};
+
+/// A category file that is read for one request.
+class CategoryFile {
+public:
+    /// False, with errno set, when the file cannot be read or is not JSON.
+    bool Load(const std::string& path);
+
+    /// The events, valid as long as the file; nothing when only the JSON library can tell what they are, from
+    /// the tree.
+    const std::optional<std::vector<CategoryEvent>>& Events() const { return m_events; }
+
+    /// The whole document.
+    const Json::Value& Tree();
+
+private:
+    std::string m_text;
+    JsonScanner m_scanner;
+    std::optional<std::vector<CategoryEvent>> m_events;
+    std::optional<Json::Value> m_tree;
+};
+
+}  // namespace KIVO::NEXNotify
