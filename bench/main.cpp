@@ -2,12 +2,14 @@
 #include <exception>
 
 #include "bench/Requests.h"
+#include "host/Memory.h"
 
 int main(int argc, char* argv[]) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 2;
     }
+    KIVO::Host::KeepFreedMemory();  // as the worker of the host does
     KIVO::Bench::RegisterNotifications();
     KIVO::Bench::RegisterCategories();
     KIVO::Bench::RegisterTexts();

@@ -16,6 +16,7 @@
 #include <string>
 
 #include "host/HttpServer.h"
+#include "host/Memory.h"
 #include "host/Page.h"
 #include "host/Supervisor.h"
 #include "platform/kivocore/ApplianceRoot.h"
@@ -111,6 +112,7 @@ void Serve(const Module& module, const std::filesystem::path& pageFolder, const 
     // Neither a reader of the log nor a client that goes away may end a worker.
     std::signal(SIGPIPE, SIG_IGN);
     Supervisor supervisor(workerCount, [&](int lifeline) {
+        KeepFreedMemory();
         const Appliance::FileDescriptor stopSignals = StopSignals();
         HttpServer(module, page, listener.Get()).Run(stopSignals.Get(), lifeline);
     });
