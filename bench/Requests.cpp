@@ -6,6 +6,7 @@
 
 #include "bench/Memory.h"
 #include "platform/kivocore/Json.h"
+#include "platform/kivocore/Users.h"
 #include "webapi/APIRequest.h"
 #include "webapi/APIResponse.h"
 
@@ -38,6 +39,7 @@ Request::Request(const char* address, const std::string& parameters, std::string
 std::string Request::Ask() const {
     APIRequest request(m_parameters, m_user, m_language, false);
     APIResponse response;
+    const Appliance::UsersSnapshot users;  // as in the host
     if (m_method.check(&request, &response)) {
         m_method.row->handler(&request, &response);
     }

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <string>
+#include <cstring>
+#include <deque>
+#include <memory>
 #include <string_view>
-#include <vector>
 
 namespace KIVO::NEXNotify {
 
@@ -21,15 +22,10 @@ public:
 
     /// Adds one that can be listed.
     void AddTimed(std::string_view text) {
-        if (m_candidates.size() < m_offset + m_pageSize) {
-            m_candidates.push_back({std::string(text), m_untimed});
-        } else {
-            Candidate& oldest = m_candidates[m_oldest];
-            m_untimedBehind = oldest.untimedBefore;
-            oldest.text.assign(text);
-            oldest.untimedBefore = m_untimed;
-            m_oldest = (m_oldest + 1) % m_candidates.size();
+        if (m_candidates.size() == m_offset + m_pageSize) {
+            DropOldest();
         }
+        m_candidates.push_back({Keep(text), m_untimed});
         ++m_timed;
     }
 
@@ -39,10 +35,9 @@ public:
     /// The number of notifications on the page.
     std::size_t Size() const { return m_candidates.size() > m_offset ? m_candidates.size() - m_offset : 0; }
 
-    /// The text at a position of the page.
-    const std::string& operator[](std::size_t position) const {
-        return m_candidates[(m_oldest + m_candidates.size() - 1 - m_offset - position) % m_candidates.size()]
-            .text;
+    /// The text at a position of the page, ended by a NUL byte.
+    const char* operator[](std::size_t position) const {
+        return m_candidates[m_candidates.size() - 1 - m_offset - position].text;
     }
 
     /// The number of notifications that the client is told. One that gives no limit is told what it got. One
@@ -52,11 +47,43 @@ public:
 
 private:
     static constexpr std::size_t kDefaultPageSize = 30;
+    static constexpr std::size_t kBlockSize = std::size_t{16} * 1024;
 
     struct Candidate {
-        std::string text;
+        const char* text;
         std::size_t untimedBefore;  // how many without a time are older
     };
+
+    /// Texts side by side: with an allocation of its own each, thousands of candidates would cost far more.
+    struct Block {
+        std::unique_ptr<char[]> texts;
+        std::size_t capacity;
+        std::size_t used = 0;
+        std::size_t candidates = 0;
+    };
+
+    const char* Keep(std::string_view text) {
+        const std::size_t size = text.size() + 1;
+        if (m_blocks.empty() || m_blocks.back().capacity - m_blocks.back().used < size) {
+            const std::size_t capacity = std::max(size, kBlockSize);
+            m_blocks.push_back({std::unique_ptr<char[]>(new char[capacity]), capacity});
+        }
+        Block& block = m_blocks.back();
+        char* kept = block.texts.get() + block.used;
+        std::memcpy(kept, text.data(), text.size());
+        kept[text.size()] = '\0';
+        block.used += size;
+        ++block.candidates;
+        return kept;
+    }
+
+    void DropOldest() {
+        m_untimedBehind = m_candidates.front().untimedBefore;
+        m_candidates.pop_front();
+        if (--m_blocks.front().candidates == 0) {
+            m_blocks.pop_front();
+        }
+    }
 
     bool m_hasLimit;
     std::size_t m_pageSize;
@@ -65,9 +92,9 @@ private:
     std::size_t m_untimed = 0;
     /// How many without a time are older than the newest notification behind the page; 0 while there is none.
     std::size_t m_untimedBehind = 0;
-    /// A ring of the newest ones, once it is full.
-    std::vector<Candidate> m_candidates;
-    std::size_t m_oldest = 0;
+    /// The newest ones, oldest first, and what holds their texts.
+    std::deque<Candidate> m_candidates;
+    std::deque<Block> m_blocks;
 };
 
 }  // namespace KIVO::NEXNotify

@@ -132,11 +132,17 @@ private:
     std::shared_ptr<const Users> m_users = std::make_shared<const Users>();
 };
 
+thread_local std::shared_ptr<const Users> t_snapshot;
+
 }  // namespace
 
 std::shared_ptr<const Users> LoadUsers() {
     static UsersCache cache;
-    return cache.Load();
+    return t_snapshot ? t_snapshot : cache.Load();
 }
+
+UsersSnapshot::UsersSnapshot() { t_snapshot = LoadUsers(); }
+
+UsersSnapshot::~UsersSnapshot() { t_snapshot.reset(); }
 
 }  // namespace KIVO::Appliance

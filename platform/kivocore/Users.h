@@ -34,4 +34,14 @@ using Users = std::unordered_map<std::string, User>;
 /// those it last had. Safe on any thread.
 KIVO_PUBLIC std::shared_ptr<const Users> LoadUsers();
 
+/// While one lives, LoadUsers gives its thread the users of the snapshot's beginning and does not look at the
+/// file: one request sees one state of the users, whatever the number of its questions. At most one a thread.
+class KIVO_PUBLIC UsersSnapshot {
+public:
+    UsersSnapshot();
+    ~UsersSnapshot();
+    UsersSnapshot(const UsersSnapshot&) = delete;
+    UsersSnapshot& operator=(const UsersSnapshot&) = delete;
+};
+
 }  // namespace KIVO::Appliance
