@@ -6,22 +6,21 @@
 #include <climits>
 #include <stdexcept>
 
-#include "tests/support/Identity.h"
 #include "tests/support/Log.h"
+#include "tests/support/Platform.h"
 
 namespace KIVO::Test {
 namespace {
 
-using Texts = std::vector<std::string>;
-
 const LogLine kScopeLine{35, R"(RunAsTest.cpp:95 ERROR: IF_RUN_AS2("root"))"};
 
 TEST(RunAs, RaisesAndRestoresInOrder) {
-    const std::string raised = "setresuid(-1, 0, -1) setresgid(-1, 0, -1) setresuid(-1, 0, -1) ";
-    const std::string restored = "setresgid(-1, 100, -1) setresuid(-1, 1024, -1) ";
-    const std::string userRaised = "setresuid(-1, 0, -1) setresuid(-1, 0, -1) ";
-    const Identity ordinary{.euid = 1024, .egid = 100};
-    const auto refusing = [&](size_t call) {
+    const std::string user = "setresuid(-1, 0, -1) ";
+    const std::string group = "setresgid(-1, 0, -1) ";
+    const std::string userBack = "setresuid(-1, 1024, -1) ";
+    const std::string groupBack = "setresgid(-1, 100, -1) ";
+    const std::string thereAndBack = user + group + user + groupBack + userBack;
+    const auto refusing = [](size_t call) {
         return Identity{.euid = 1024, .egid = 100, .refusedCall = call};
     };
     const LogLine notRestored{34, "RunAsTest.cpp:95 ERROR: ~IF_RUN_AS2(1024, 100)"};
@@ -30,33 +29,17 @@ TEST(RunAs, RaisesAndRestoresInOrder) {
         Identity before;
         bool runsBody;
         std::string calls;
-        std::vector<LogLine> log;
-        uid_t euidAfter;
+        std::vector<LogLine> log = {};
     };
-    for (const auto& [name, before, runsBody, calls, log, euidAfter] : {
-             Case{"already root", {}, true, "", {}, 0},
-             Case{"ordinary user and group", ordinary, true, raised + restored, {}, 1024},
-             Case{"in root's group", {.euid = 1024}, true, userRaised + "setresuid(-1, 1024, -1) ", {}, 1024},
-             Case{"root in a group",
-                  {.egid = 100},
-                  true,
-                  "setresgid(-1, 0, -1) setresgid(-1, 100, -1) ",
-                  {},
-                  0},
-             Case{"no user id of 0",
-                  {.euid = 1024, .mayRaise = false},
-                  false,
-                  "setresuid(-1, 0, -1) ",
-                  {kScopeLine},
-                  1024},
-             Case{"group refused",
-                  refusing(2),
-                  false,
-                  "setresuid(-1, 0, -1) setresgid(-1, 0, -1) setresuid(-1, 1024, -1) ",
-                  {kScopeLine},
-                  1024},
-             Case{"last call refused", refusing(3), false, raised + restored, {kScopeLine}, 1024},
-             Case{"way back refused", refusing(5), true, raised + restored, {notRestored}, 0},
+    for (const auto& [name, before, runsBody, calls, log] : {
+             Case{"already root", {}, true, ""},
+             Case{"ordinary user and group", refusing(0), true, thereAndBack},
+             Case{"in root's group", {.euid = 1024}, true, user + user + userBack},
+             Case{"root in a group", {.egid = 100}, true, group + groupBack},
+             Case{"no user id of 0", {.euid = 1024, .mayRaise = false}, false, user, {kScopeLine}},
+             Case{"group refused", refusing(2), false, user + group + userBack, {kScopeLine}},
+             Case{"last call refused", refusing(3), false, thereAndBack, {kScopeLine}},
+             Case{"way back refused", refusing(5), true, thereAndBack, {notRestored}},
          }) {
         SCOPED_TRACE(name);
         ProcessIdentity() = before;
@@ -76,35 +59,29 @@ TEST(RunAs, RaisesAndRestoresInOrder) {
         }
         EXPECT_EQ(made, calls);
         EXPECT_EQ(LogLines(), log);
-        EXPECT_EQ(ProcessIdentity().euid, euidAfter);
+        EXPECT_EQ(ProcessIdentity().euid, before.refusedCall == 5 ? 0 : before.euid);
         EXPECT_EQ(ProcessIdentity().egid, before.egid);
     }
 }
 
 TEST(RunAs, LookupFailuresSayWhy) {
-    struct LookupCase {
+    struct Case {
         Identity before;
-        std::string reason;
         size_t bufferSize;
+        std::string reason;
     };
-    for (const auto& [before, reason, bufferSize] : {
-             LookupCase{{.euid = 1024, .accounts = {}}, "getpwnam(root) [Name not found]", 1024},
-             LookupCase{{.euid = 1024, .accounts = {}, .lookupError = EIO},
-                        "getpwnam(root) [Input/output error]",
-                        1024},
-             LookupCase{{.euid = 1024, .accounts = {}, .lookupBufferSize = -1},
-                        "getpwnam(root) [Name not found]",
-                        16384},
-             LookupCase{{.euid = 1024, .lookupBufferSize = LONG_MAX},
-                        "malloc(" + std::to_string(LONG_MAX) + ") [Cannot allocate memory]",
-                        0},
+    for (const auto& [before, bufferSize, reason] : {
+             Case{{.accounts = {}, .lookupError = EIO}, 1024, "getpwnam(root) [Input/output error]"},
+             Case{{.accounts = {}, .lookupBufferSize = -1}, 16384, "getpwnam(root) [Name not found]"},
+             Case{{.lookupBufferSize = LONG_MAX}, 0, "malloc(9223372036854775807) [Cannot allocate memory]"},
          }) {
         ProcessIdentity() = before;
+        ProcessIdentity().euid = 1024;
         LogLines().clear();
         IF_RUN_AS2("root", 95) { ADD_FAILURE() << "the body ran"; }
         EXPECT_EQ(LogLines(), (std::vector<LogLine>{{35, "RunAsTest.cpp:95 ERROR: " + reason}, kScopeLine}));
         EXPECT_EQ(ProcessIdentity().givenBufferSize, bufferSize);
-        EXPECT_EQ(ProcessIdentity().calls, Texts{});
+        EXPECT_EQ(ProcessIdentity().calls.size(), 0U);
     }
 }
 

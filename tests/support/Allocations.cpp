@@ -5,12 +5,9 @@
 #include <cstdlib>
 #include <new>
 
-namespace KIVO::Test {
-
-thread_local long allocationsLeft = -1;
-thread_local bool failsOnce = false;
-
 namespace {
+
+using namespace KIVO::Test;
 
 /// False when an allocation is to fail.
 bool MayAllocate() {
@@ -37,10 +34,6 @@ bool MayAllocate() {
 }();
 
 }  // namespace
-
-}  // namespace KIVO::Test
-
-using KIVO::Test::MayAllocate;
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return MayAllocate() ? std::malloc(size != 0 ? size : 1) : nullptr;

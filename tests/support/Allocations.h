@@ -2,12 +2,11 @@
 
 namespace KIVO::Test {
 
-/// How many allocations still succeed on this thread; negative for no limit. `operator new` and what SQLite
-/// allocates count.
-extern thread_local long allocationsLeft;
+/// How many allocations, by `operator new` or SQLite, still succeed on this thread; negative for no limit.
+inline thread_local long allocationsLeft = -1;
 
 /// Whether only one allocation fails at the limit, and the later ones succeed again.
-extern thread_local bool failsOnce;
+inline thread_local bool failsOnce = false;
 
 /// Lets a further number of calls succeed, for as long as the object lives.
 class AllocationLimit {

@@ -19,28 +19,18 @@ namespace {
 
 constexpr char kDatabase[] = "/var/lib/kivo/nexnotify.db";
 
-std::string ReadWholeFile(const fs::path& path) {
-    std::ifstream file;
+std::string ReadWholeFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
     file.exceptions(std::ios::failbit | std::ios::badbit);
-    file.open(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
-}
-
-Json::Value ToArray(const std::vector<std::string>& texts) {
-    Json::Value array(Json::arrayValue);
-    for (const std::string& text : texts) {
-        array.append(text);
-    }
-    return array;
 }
 
 }  // namespace
 
 bool CanTakeOnIds() {
-    long inside = 0;
-    long outside = 0;
+    long ignored = 0;
     long count = 0;
-    std::ifstream("/proc/self/uid_map") >> inside >> outside >> count;
+    std::ifstream("/proc/self/uid_map") >> ignored >> ignored >> count;
     return geteuid() == 0 && count > 65534;
 }
 
@@ -67,11 +57,9 @@ std::string ApplianceRoot::Path(std::string_view appliancePath) const {
 std::string ApplianceRoot::Write(std::string_view appliancePath, std::string_view content) const {
     std::string path = Path(appliancePath);
     fs::create_directories(fs::path(path).parent_path());
-    std::ofstream file;
+    std::ofstream file(path, std::ios::binary);
     file.exceptions(std::ios::failbit | std::ios::badbit);
-    file.open(path, std::ios::binary);
-    file << content;
-    file.close();
+    file << content << std::flush;
     return path;
 }
 
@@ -82,30 +70,20 @@ std::optional<std::string> ApplianceRoot::Read(std::string_view appliancePath) c
 
 void ApplianceRoot::WriteUsers(const std::vector<TestUser>& users) const {
     Json::Value document;
-    Json::Value& entries = document["users"] = Json::Value(Json::objectValue);
     for (const TestUser& user : users) {
-        Json::Value& entry = entries[user.name];
+        Json::Value& entry = document["users"][user.name];
         entry["uid"] = user.uid;
-        entry["gid"] = user.gid;
+        entry["gid"] = 100;
         entry["language"] = user.language;
-        entry["groups"] = ToArray(user.groups);
-        entry["apps"] = ToArray(user.apps);
-        entry["hiddenTags"] = ToArray(user.hiddenTags);
         entry["token"] = user.token;
+        for (const auto& [list, texts] : {std::pair("groups", &user.groups), std::pair("apps", &user.apps),
+                                          std::pair("hiddenTags", &user.hiddenTags)}) {
+            for (const std::string& text : *texts) {
+                entry[list].append(text);
+            }
+        }
     }
     Write("/etc/kivo/users.json", document.toStyledString());
-}
-
-void ApplianceRoot::WriteCatalogue(std::string_view language, std::string_view keyFile) const {
-    Write("/var/cache/texts/" + std::string(language) + "/mails", keyFile);
-}
-
-void ApplianceRoot::WriteUserSettings(const std::string& user, const Json::Value& document) const {
-    Write("/etc/kivo/settings/users/" + user + ".json", document.toStyledString());
-}
-
-void ApplianceRoot::WriteGroupSettings(const std::string& group, const Json::Value& document) const {
-    Write("/etc/kivo/settings/groups/" + group + ".json", document.toStyledString());
 }
 
 void ApplianceRoot::CreateDatabase() const {
@@ -115,13 +93,13 @@ void ApplianceRoot::CreateDatabase() const {
 
 long long ApplianceRoot::AddMessage(const std::vector<int>& uids, const std::optional<std::string>& content,
                                     long long timestamp) const {
-    std::string sqlContent = content ? "CAST(x'" : "NULL";
+    std::string hex;
     for (const unsigned char byte : content.value_or("")) {
-        sqlContent += {"0123456789abcdef"[byte / 16], "0123456789abcdef"[byte % 16]};
+        hex += {"0123456789abcdef"[byte / 16], "0123456789abcdef"[byte % 16]};
     }
-    sqlContent += content ? "' AS TEXT)" : "";
-    std::string sql = "INSERT INTO message(message_content, timestamp) VALUES(" + sqlContent + ", " +
-                      std::to_string(timestamp) + "); ";
+    std::string sql = "INSERT INTO message(message_content, timestamp) VALUES(CAST(" +
+                      (content ? "x'" + hex + "'" : "NULL") + " AS TEXT), " + std::to_string(timestamp) +
+                      "); ";
     for (const int uid : uids) {
         sql += "INSERT INTO nexnotify VALUES(" + std::to_string(uid) + ", last_insert_rowid()); ";
     }

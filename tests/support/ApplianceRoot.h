@@ -10,15 +10,13 @@
 
 namespace KIVO::Test {
 
-/// Whether this process can take on another account's ids: the superuser can, one of a user namespace that
-/// knows no one else cannot.
+/// Whether this process can take on another account's ids, which not every namespace's superuser can.
 bool CanTakeOnIds();
 
 /// One entry of the users file.
 struct TestUser {
     std::string name;
     int uid = 1026;
-    int gid = 100;
     std::string language = "enu";
     std::vector<std::string> groups = {"users"};
     std::vector<std::string> apps = {};
@@ -29,9 +27,9 @@ struct TestUser {
 /// One column of a result row: nothing for NULL.
 using Column = std::optional<std::string>;
 
-/// An empty appliance root in a temporary folder that every account can read: the process's KIVO_ROOT from
-/// the constructor on. The destructor removes the folder and unsets KIVO_ROOT. Every operation throws when
-/// it fails. Paths are the appliance's own, such as "/etc/kivo/users.json"; one object at a time.
+/// An empty appliance root in a temporary folder that every account can read: the process's KIVO_ROOT while
+/// the object lives. Every operation throws when it fails. Paths are the appliance's own; one object at a
+/// time.
 class ApplianceRoot {
 public:
     ApplianceRoot();
@@ -43,20 +41,24 @@ public:
     /// The appliance's path as a path of this machine.
     std::string Path(std::string_view appliancePath) const;
 
-    /// Writes the file, making the folders above it; one that exists is rewritten in place. Its path on this
-    /// machine.
+    /// Writes the file, in place if it exists, making the folders above it. Its path on this machine.
     std::string Write(std::string_view appliancePath, std::string_view content) const;
     /// The file's whole content; nothing when there is none.
     std::optional<std::string> Read(std::string_view appliancePath) const;
 
     void WriteUsers(const std::vector<TestUser>& users) const;
     /// Writes the text catalogue of a language, in GLib key-file form.
-    void WriteCatalogue(std::string_view language, std::string_view keyFile) const;
-    /// Writes the document under etc/kivo/settings/users or …/groups.
-    void WriteUserSettings(const std::string& user, const Json::Value& document) const;
-    void WriteGroupSettings(const std::string& group, const Json::Value& document) const;
+    void WriteCatalogue(const std::string& language, std::string_view keyFile) const {
+        Write("/var/cache/texts/" + language + "/mails", keyFile);
+    }
+    void WriteUserSettings(const std::string& user, const Json::Value& document) const {
+        Write("/etc/kivo/settings/users/" + user + ".json", document.toStyledString());
+    }
+    void WriteGroupSettings(const std::string& group, const Json::Value& document) const {
+        Write("/etc/kivo/settings/groups/" + group + ".json", document.toStyledString());
+    }
 
-    /// Creates the empty notification database, readable by its owner only.
+    /// Makes the database, which is empty and readable by its owner only.
     void CreateDatabase() const;
     /// Adds one message and links the users to it. Its message_id.
     long long AddMessage(const std::vector<int>& uids, const std::optional<std::string>& content,

@@ -16,12 +16,11 @@ struct LogLine {
     }
 };
 
-/// The lines logged so far by an executable that links this: it defines syslog. A test clears them to begin
-/// with.
+/// What an executable that links this has logged: it defines syslog. A test clears it to begin with.
 std::vector<LogLine>& LogLines();
 
-/// The texts of the lines, which must all be of ordinary failures, with the number behind "file:" replaced by
-/// "#": such a number tells only where the code stands today. Where the number itself counts, ask LogLines.
+/// The texts of the lines, which must all be of ordinary failures, with "#" for the number behind "file:",
+/// which tells only where the code stands today. Where the number itself counts, ask LogLines.
 std::vector<std::string> LoggedTexts();
 
 /// True when the whole text matches the POSIX extended regular expression.

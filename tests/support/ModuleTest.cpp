@@ -1,69 +1,48 @@
 #include "tests/support/ModuleTest.h"
 
-#include <json/reader.h>
-#include <json/writer.h>
-
-#include <memory>
-
 #include "module/NEXNotifyAPI.h"
+#include "platform/kivocore/Json.h"
 
 namespace KIVO::Test {
 
-namespace {
-
-template <typename Row>
-const Row* FindRow(const Row* row, const std::string& api, const std::string& method) {
-    while (row->api != nullptr && (row->api != api || row->method != method)) {
-        ++row;
-    }
-    return row;
-}
-
-}  // namespace
-
 Json::Value Parse(const std::string& text) {
     Json::Value value;
-    std::string errors;
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, &errors)) << errors << text;
+    EXPECT_TRUE(Appliance::ParseJson(text, value)) << text;
     return value;
 }
 
-std::string Text(const Json::Value& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    return Json::writeString(builder, value);
-}
+std::string Text(const Json::Value& value) { return Appliance::WriteJson(value); }
 
 std::string Text(const APIResponse& response) {
-    switch (response.GetState()) {
-        case APIResponse::State::Success:
-            return "success: " + Text(response.GetData());
-        case APIResponse::State::Error:
-            return "error " + std::to_string(response.GetErrorCode()) + ": " + Text(response.GetData());
-        default:
-            return "nothing";
+    if (response.GetAnswerCount() == 0) {
+        return "nothing";
     }
+    const bool isError = response.GetState() == APIResponse::State::Error;
+    return (isError ? "error " + std::to_string(response.GetErrorCode()) : "success") + ": " +
+           Text(response.GetData());
 }
 
 ModuleTest::ModuleTest() {
     ProcessIdentity() = {};
     ThePlatform() = {};
     LogLines().clear();
-    m_root.WriteUsers({
-        {.name = "alice", .uid = 1026, .groups = {"administrators", "users"}},
-        {.name = "bob", .uid = 1027, .apps = {"KIVO.App.Backup"}},
-        {.name = "carol", .uid = 1028, .hiddenTags = {"Hidden"}},
-    });
+    m_root.WriteUsers({{.name = "alice", .groups = {"users", "administrators"}},
+                       {.name = "bob", .uid = 1027, .apps = {"KIVO.App.Backup"}},
+                       {.name = "carol", .uid = 1028, .hiddenTags = {"Hidden"}}});
 }
 
 APIResponse ModuleTest::Ask(const std::string& api, const std::string& method, const std::string& parameters,
                             const std::string& user, const std::string& language) {
+    const auto find = [&](const auto* row) {
+        while (row->api != api || row->method != method) {
+            ++row;
+        }
+        return row;
+    };
     APIRequest request(Parse(parameters), user, language, user == "alice");
     APIResponse response;
-    if (FindRow(GetAPICheckTable(), api, method)->check(&request, &response)) {
-        FindRow(GetAPITable(), api, method)->handler(&request, &response);
+    if (find(GetAPICheckTable())->check(&request, &response)) {
+        find(GetAPITable())->handler(&request, &response);
     }
     EXPECT_LE(response.GetAnswerCount(), 1);
     return response;

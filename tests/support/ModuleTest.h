@@ -6,7 +6,6 @@
 #include <string>
 
 #include "tests/support/ApplianceRoot.h"
-#include "tests/support/Identity.h"
 #include "tests/support/Log.h"
 #include "tests/support/Platform.h"
 #include "webapi/APIResponse.h"
@@ -23,14 +22,12 @@ std::string Text(const Json::Value& value);
 std::string Text(const APIResponse& response);
 
 /// An appliance with the users alice (an administrator, uid 1026), bob (1027, may use KIVO.App.Backup) and
-/// carol (1028, may not see the tag Hidden), and a process that runs as the superuser, has logged nothing and
-/// whose platform works.
+/// carol (1028, may not see the tag Hidden), and a process of the superuser's that has logged nothing.
 class ModuleTest : public testing::Test {
 protected:
     ModuleTest();
 
-    /// Answers a request as the web-API server does: check function, then handler, both from the module's
-    /// tables. The parameters are a JSON object.
+    /// Answers a request as the web-API server does: check function, then handler, from the module's tables.
     static APIResponse Ask(const std::string& api, const std::string& method, const std::string& parameters,
                            const std::string& user = "alice", const std::string& language = "enu");
 

@@ -8,22 +8,15 @@ namespace KIVO::Test {
 
 namespace {
 
-/// False when the text is not JSON, or nested deeper than the library goes.
-bool ParseRow(const std::string& text, Json::Value& row) {
-    const char* begin = text.c_str();
+/// Nothing when the text is not JSON, or nested deeper than the library goes.
+std::optional<Json::Value> ParseRow(const std::string& text) {
+    Json::Value row;
     try {
-        return Json::Reader().parse(begin, begin + std::char_traits<char>::length(begin), row, false);
+        return Json::Reader().parse(text.c_str(), row, false) ? std::optional(row) : std::nullopt;
     } catch (const Json::Exception&) {
-        return false;
+        return std::nullopt;
     }
 }
-
-std::string TagOf(const Json::Value& row) {
-    const Json::Value title = row.isObject() ? row.get("title", "") : Json::Value("");
-    return title.isConvertibleTo(Json::stringValue) ? title.asString() : "";
-}
-
-bool HasTime(const Json::Value& row) { return row.isObject() && row.isMember("time"); }
 
 }  // namespace
 
@@ -32,46 +25,44 @@ Json::Value PlainLoad(const std::vector<std::optional<std::string>>& rows, int l
                       const std::function<bool(const std::string& tag)>& isAllowed) {
     Json::Value answer;
     answer["total"] = 0;
-    answer["items"] = Json::Value(Json::arrayValue);
+    answer["items"] = Json::arrayValue;
     answer["newestMsgTime"] = 0;
     std::vector<Json::Value> filtered;
     double newest = 0.0;
     for (const auto& text : rows) {
-        Json::Value row;
-        if (text && !ParseRow(*text, row)) {
+        const auto row = text ? ParseRow(*text) : Json::Value();
+        if (!row) {
             return answer;
         }
-        const std::string tag = TagOf(row);
+        const Json::Value title = row->isObject() ? (*row)["title"] : Json::Value();
+        const std::string tag = title.isConvertibleTo(Json::stringValue) ? title.asString() : "";
         if ((tag.find(':') == std::string::npos && !isEnabled(tag)) || (!all && !isAllowed(tag))) {
             continue;
         }
-        if (HasTime(row) && row["time"].isConvertibleTo(Json::realValue)) {
-            newest = std::max(newest, row["time"].asDouble());
+        if (row->isObject() && (*row)["time"].isConvertibleTo(Json::realValue)) {
+            newest = std::max(newest, (*row)["time"].asDouble());
         }
-        filtered.push_back(row);
+        filtered.push_back(*row);
     }
     if (rows.empty()) {
         return answer;
     }
-    const size_t pageSize = limit > 0 ? static_cast<size_t>(limit) : 30;
-    const auto skip = static_cast<long long>(std::max(offset, 0));
-    const auto count = static_cast<long long>(filtered.size());
-    long long skipped = 0;
-    Json::Value page(Json::arrayValue);
-    for (long long i = count - 1; i >= 0; --i) {
-        const Json::Value& row = filtered[static_cast<size_t>(i)];
-        if (!HasTime(row)) {
-            ++skipped;
+    const Json::ArrayIndex pageSize = limit > 0 ? static_cast<Json::ArrayIndex>(limit) : 30;
+    Json::ArrayIndex untimed = 0;
+    int timed = 0;
+    Json::Value& page = answer["items"];
+    for (auto row = filtered.rbegin(); row != filtered.rend(); ++row) {
+        if (!row->isObject() || !row->isMember("time")) {
+            ++untimed;
         } else if (page.size() >= pageSize) {
             break;
-        } else if (i <= count - 1 - skipped - skip) {
-            page.append(row);
+        } else if (timed++ >= offset) {
+            page.append(*row);
         }
     }
     answer["newestMsgTime"] = newest;
     answer["priorityMap"] = Json::Value();
-    answer["total"] = limit > 0 ? static_cast<Json::ArrayIndex>(count - skipped) : page.size();
-    answer["items"] = page;
+    answer["total"] = limit > 0 ? static_cast<Json::ArrayIndex>(filtered.size()) - untimed : page.size();
     return answer;
 }
 

@@ -2,8 +2,11 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sqlite3.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <stdexcept>
 
@@ -24,9 +27,9 @@ namespace KIVO::Test {
 namespace {
 
 /// Notes one call, with memory even when the code under test has none.
-void Count(const char* operation, const char* argument = nullptr) {
+void Count(const char* operation, const char* argument = "") {
     const AllocationLimit noLimit(-1);
-    ++ThePlatform().calls[argument != nullptr ? operation + std::string(":") + argument : operation];
+    ++ThePlatform().calls[std::string(operation) + argument];
 }
 
 /// Counts the call. True when it is to fail.
@@ -35,20 +38,38 @@ bool Fails(const char* operation) {
     return ThePlatform().fails && ThePlatform().fails(operation);
 }
 
-/// The operation in the real library.
 template <typename Function>
 Function* Real(const char* symbol) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, symbol));
 }
 
-/// What the module now has to release, if it is anything.
+/// Counts what the module now has to release, if it is anything.
 template <typename Resource>
 Resource* Held(Resource* resource) {
     ThePlatform().held += resource != nullptr;
     return resource;
 }
 
+int SetEffectiveId(const char* function, int real, int effective, int saved, unsigned& current,
+                   bool isAllowed) {
+    const AllocationLimit noLimit(-1);
+    Identity& identity = ProcessIdentity();
+    identity.calls.push_back(function + std::string("(") + std::to_string(real) + ", " +
+                             std::to_string(effective) + ", " + std::to_string(saved) + ")");
+    if (!isAllowed || identity.calls.size() == identity.refusedCall) {
+        errno = EPERM;
+        return -1;
+    }
+    current = static_cast<unsigned>(effective);
+    return 0;
+}
+
 }  // namespace
+
+Identity& ProcessIdentity() {
+    static Identity identity;
+    return identity;
+}
 
 Platform& ThePlatform() {
     static Platform platform;
@@ -70,6 +91,37 @@ using namespace KIVO::Test;
     }
 
 extern "C" {
+
+uid_t geteuid() noexcept { return ProcessIdentity().euid; }
+
+gid_t getegid() noexcept { return ProcessIdentity().egid; }
+
+int setresuid(uid_t real, uid_t effective, uid_t saved) noexcept {
+    Identity& identity = ProcessIdentity();
+    return SetEffectiveId("setresuid", real, effective, saved, identity.euid,
+                          identity.euid == 0 || identity.mayRaise);
+}
+
+int setresgid(gid_t real, gid_t effective, gid_t saved) noexcept {
+    Identity& identity = ProcessIdentity();
+    return SetEffectiveId("setresgid", real, effective, saved, identity.egid, identity.euid == 0);
+}
+
+int getpwnam_r(const char* name, passwd* entry, char*, size_t size, passwd** result) {
+    Identity& identity = ProcessIdentity();
+    identity.givenBufferSize = size;
+    const bool isKnown = identity.accounts.contains(name);
+    entry->pw_uid = 0;
+    entry->pw_gid = 0;
+    *result = isKnown ? entry : nullptr;
+    return isKnown ? 0 : identity.lookupError;
+}
+
+long __sysconf(int name) noexcept;  // NOLINT(bugprone-reserved-identifier): the C library's own
+
+long sysconf(int name) noexcept {
+    return name == _SC_GETPW_R_SIZE_MAX ? ProcessIdentity().lookupBufferSize : __sysconf(name);
+}
 
 FORWARD(int, KLIBCFileExist, 0, (const char* path), (path))
 FORWARD(int, KLIBCFileEnumSection, -1, (const char* path, KLIBCSzList** list), (path, list))
@@ -94,7 +146,7 @@ RELEASE(sqlite3_free, void)
 
 int KLIBAppPrivUserHas(const char* user, const char* appId, const char* address) {
     EXPECT_STREQ(address, "ignore");
-    Count("KLIBAppPrivUserHas", appId);
+    Count("KLIBAppPrivUserHas:", appId);
     return Fails("KLIBAppPrivUserHas") ? 0 : REAL(KLIBAppPrivUserHas)(user, appId, address);
 }
 
@@ -104,7 +156,7 @@ int KIVONotifyStringGetByPath(const char* path, const char* tag, NString* record
 }
 
 int KIVOSysNotifyIsAllow(const char* user, const char* tag) {
-    Count("KIVOSysNotifyIsAllow", tag);
+    Count("KIVOSysNotifyIsAllow:", tag);
     return Fails("KIVOSysNotifyIsAllow") ? -1 : REAL(KIVOSysNotifyIsAllow)(user, tag);
 }
 
@@ -134,25 +186,18 @@ char* sqlite3_mprintf(const char* format, ...) {
 }  // extern "C"
 
 // The framework reports failure by throwing. Its members are found by their symbols.
-namespace {
-
-template <typename Result, typename... Arguments>
-Result CallMember(const char* operation, const char* symbol, Arguments... arguments) {
-    if (Fails(operation)) {
-        throw std::runtime_error("from the framework");
-    }
-    return Real<Result(Arguments...)>(symbol)(arguments...);
-}
-
-}  // namespace
+using TextOfRequest = std::string(const KIVO::APIRequest*);
 
 std::string KIVO::APIRequest::GetLoginUserName() const {
-    return CallMember<std::string>("GetLoginUserName", "_ZNK4KIVO10APIRequest16GetLoginUserNameB5cxx11Ev",
-                                   this);
+    return Fails("GetLoginUserName")
+               ? throw std::runtime_error("from the framework")
+               : Real<TextOfRequest>("_ZNK4KIVO10APIRequest16GetLoginUserNameB5cxx11Ev")(this);
 }
 
 std::string KIVO::APIRequest::GetUILanguage() const {
-    return CallMember<std::string>("GetUILanguage", "_ZNK4KIVO10APIRequest13GetUILanguageB5cxx11Ev", this);
+    return Fails("GetUILanguage")
+               ? throw std::runtime_error("from the framework")
+               : Real<TextOfRequest>("_ZNK4KIVO10APIRequest13GetUILanguageB5cxx11Ev")(this);
 }
 
 bool KivoSettings::loadUserJsonSettings(Json::Value& settings) const {

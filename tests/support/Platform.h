@@ -1,14 +1,18 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace KIVO::Test {
 
-/// What an executable that links this sees of the platform: it defines the operations that the module calls,
-/// each of which counts its calls, asks the test's hook, and otherwise goes on to the real library.
+/// The platform to an executable that links this: it defines the operations that the module calls, each of
+/// which counts its calls and asks the test's hook before it goes on to the real library.
 struct Platform {
     /// By name of the operation, and for KIVOSysNotifyIsAllow and KLIBAppPrivUserHas by "name:argument" too.
     std::map<std::string, int> calls = {};
@@ -18,7 +22,28 @@ struct Platform {
     int held = 0;
 };
 
-/// The platform of this process. A test assigns a new one to begin with.
+/// The ids of the process to an executable that links this: it defines the functions that read and set them,
+/// so that a test sees every call and can refuse one. Starts as the superuser.
+struct Identity {
+    uid_t euid = 0;
+    gid_t egid = 0;
+    /// Whether the real or saved user id is 0, which is what allows raising the effective one.
+    bool mayRaise = true;
+    /// The accounts that are found, each with user and group id 0.
+    std::set<std::string> accounts = {"root"};
+    /// What getpwnam_r returns when it finds no account.
+    int lookupError = 0;
+    /// What sysconf(_SC_GETPW_R_SIZE_MAX) answers, and the size of the buffer that getpwnam_r was then given.
+    long lookupBufferSize = 1024;
+    size_t givenBufferSize = 0;
+    /// Which set-id call is refused, counted from 1; 0 for none.
+    size_t refusedCall = 0;
+    /// The set-id calls so far, such as "setresuid(-1, 0, -1)".
+    std::vector<std::string> calls = {};
+};
+
+/// A test assigns new ones to begin with.
+Identity& ProcessIdentity();
 Platform& ThePlatform();
 
 }  // namespace KIVO::Test
