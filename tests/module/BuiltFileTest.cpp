@@ -13,7 +13,6 @@
 #include <cstring>
 #include <memory>
 #include <set>
-#include <sstream>
 #include <string>
 
 #include "kivocore/exec.h"
@@ -36,27 +35,17 @@ std::string OutputOf(const std::string& command) {
     return output;
 }
 
-struct CloseLibrary {
-    void operator()(void* library) const { dlclose(library); }
-};
-
 class BuiltFile : public testing::TestWithParam<const char*> {
 protected:
-    static std::unique_ptr<void, CloseLibrary> Load() {
-        return std::unique_ptr<void, CloseLibrary>(dlopen(GetParam(), RTLD_NOW | RTLD_LOCAL));
-    }
-
-    const std::string m_quoted = std::string("'") + GetParam() + "'";
+    const std::unique_ptr<void, int (*)(void*)> m_library{dlopen(GetParam(), RTLD_NOW | RTLD_LOCAL),
+                                                          &dlclose};
 };
 
 TEST_P(BuiltFile, ExportsFourSymbolsUnderItsName) {
-    std::istringstream symbols(OutputOf("nm -D --defined-only --format=posix " + m_quoted));
-    std::set<std::string> names;
-    for (std::string line; std::getline(symbols, line);) {
-        names.insert(line.substr(0, line.find(' ')));
-    }
-    EXPECT_EQ(names, (std::set<std::string>{"GetAPICheckTable", "GetAPITable", "gCheckTable", "gTable"}));
-    EXPECT_NE(OutputOf("readelf -d " + m_quoted).find("soname: [KIVO.Core.NEXNotify.so]"), std::string::npos);
+    const std::string file = std::string(" '") + GetParam() + "'";
+    EXPECT_EQ(OutputOf("nm -D --defined-only --format=posix" + file + " | cut -d ' ' -f 1 | LC_ALL=C sort"),
+              "GetAPICheckTable\nGetAPITable\ngCheckTable\ngTable\n");
+    EXPECT_NE(OutputOf("readelf -d" + file).find("soname: [KIVO.Core.NEXNotify.so]"), std::string::npos);
 }
 
 /// Eight bytes of a row.
@@ -71,36 +60,27 @@ std::string TextAt(const void* table, size_t offset) {
 }
 
 TEST_P(BuiltFile, HasTheTablesBytes) {
-    const auto library = Load();
-    ASSERT_TRUE(library) << dlerror();
+    ASSERT_TRUE(m_library) << dlerror();
     struct Case {
         const char* table;
         const char* accessor;
         size_t rowSize;
-        std::array<const char*, 3> apis;
+        std::array<std::string, 3> apis;
     };
     for (const auto& [name, accessor, rowSize, apis] : {
-             Case{"gTable",
-                  "GetAPITable",
-                  32,
-                  {"KIVO.Core.NEXNotify", "KIVO.Core.NEXNotify.Strings", "KIVO.Core.NEXNotify.MailContent"}},
-             Case{"gCheckTable",
-                  "GetAPICheckTable",
-                  48,
-                  {"KIVO.Core.NEXNotify.MailContent", "KIVO.Core.NEXNotify.Strings", "KIVO.Core.NEXNotify"}},
+             Case{"gTable", "GetAPITable", 32, {"", ".Strings", ".MailContent"}},
+             Case{"gCheckTable", "GetAPICheckTable", 48, {".MailContent", ".Strings", ""}},
          }) {
         SCOPED_TRACE(name);
-        const void* table = dlsym(library.get(), name);
-        const auto getTable = reinterpret_cast<const void* (*)()>(dlsym(library.get(), accessor));
+        const void* table = dlsym(m_library.get(), name);
+        const auto getTable = reinterpret_cast<const void* (*)()>(dlsym(m_library.get(), accessor));
         ASSERT_TRUE(table && getTable);
-        EXPECT_EQ(getTable(), table);
         EXPECT_EQ(getTable(), table);
         for (size_t row = 0; row < 3; ++row) {
             const size_t offset = row * rowSize;
-            EXPECT_EQ(TextAt(table, offset), apis[row]);
+            EXPECT_EQ(TextAt(table, offset), "KIVO.Core.NEXNotify" + apis[row]);
             EXPECT_EQ(WordAt(table, offset + 8), 1U);
-            EXPECT_EQ(TextAt(table, offset + 16),
-                      std::string(apis[row]) == "KIVO.Core.NEXNotify" ? "notify" : "get");
+            EXPECT_EQ(TextAt(table, offset + 16), apis[row].empty() ? "notify" : "get");
             EXPECT_NE(WordAt(table, offset + 24), 0U);
             for (size_t reserved = 32; reserved < rowSize; reserved += 8) {
                 EXPECT_EQ(WordAt(table, offset + reserved), 0U);
@@ -112,20 +92,20 @@ TEST_P(BuiltFile, HasTheTablesBytes) {
     }
 }
 
-/// The paths that the library under test hands to the platform, whose functions this program takes the places
-/// of.
-std::set<std::string>& Paths() {
-    static std::set<std::string> paths;
-    return paths;
+/// The paths that the library under test hands to the platform, which this program stands in for.
+std::set<std::string> g_paths;
+
+int Note(const char* path, int result) {
+    g_paths.insert(path);
+    return result;
 }
 
 TEST_P(BuiltFile, HandsItsFixedPathsToThePlatform) {
-    const auto library = Load();
-    ASSERT_TRUE(library) << dlerror();
+    ASSERT_TRUE(m_library) << dlerror();
     const std::string root = GetParam() == std::string(DEV_FILE) ? "/appliance" : "";
     setenv("KIVO_ROOT", "/appliance", 1);
-    Paths().clear();
-    const auto* table = static_cast<const APITableRow*>(dlsym(library.get(), "gTable"));
+    g_paths.clear();
+    const auto* table = static_cast<const APITableRow*>(dlsym(m_library.get(), "gTable"));
     for (; table->api != nullptr; ++table) {
         Json::Value parameters;
         parameters["action"] = "loadHaveNtAppList";
@@ -134,10 +114,10 @@ TEST_P(BuiltFile, HandsItsFixedPathsToThePlatform) {
         APIResponse response;
         table->handler(&request, &response);
         if (response.GetData().isString()) {
-            Paths().insert(response.GetData().asString());
+            g_paths.insert(response.GetData().asString());
         }
     }
-    EXPECT_EQ(Paths(), (std::set<std::string>{
+    EXPECT_EQ(g_paths, (std::set<std::string>{
                            root + "/usr/kivo/bin/notification_utils",
                            root + "/usr/kivo/etc/notification/mails",
                            root + "/usr/local/share/notification/config",
@@ -161,24 +141,16 @@ EXPORTED uid_t geteuid() noexcept { return 0; }
 EXPORTED gid_t getegid() noexcept { return 0; }
 EXPORTED void syslog(int, const char*, ...) {}
 
-int KLIBCFileExist(const char* path) {
-    KIVO::Test::Paths().insert(path);
-    return 0;
-}
+int KLIBCFileExist(const char* path) { return KIVO::Test::Note(path, 0); }
 
-int KLIBCFileEnumSection(const char* path, KLIBCSzList**) {
-    KIVO::Test::Paths().insert(path);
-    return -1;
-}
+int KLIBCFileEnumSection(const char* path, KLIBCSzList**) { return KIVO::Test::Note(path, -1); }
 
 int KLIBCExec(const char* path, const char*, const char*, const char*, const char*) {
-    KIVO::Test::Paths().insert(path);
-    return -1;
+    return KIVO::Test::Note(path, -1);
 }
 
 int KIVONotifyStringGetByPath(const char* path, const char*, NString*, int) {
-    KIVO::Test::Paths().insert(path);
-    return -1;
+    return KIVO::Test::Note(path, -1);
 }
 
 }  // extern "C"
