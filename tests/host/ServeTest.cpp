@@ -1,15 +1,8 @@
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <chrono>
-#include <cstdio>
 #include <deque>
-#include <fstream>
 #include <future>
-#include <iterator>
-#include <string>
-#include <thread>
-#include <vector>
+#include <map>
 
 #include "tests/host/HostTest.h"
 
@@ -26,28 +19,27 @@ TEST_F(HostTest, EachRequestGetsItsStatusAndOneSentence) {
         int code;
         std::string data;
     };
+    const std::string checked = "/webapi/Test/1/checked";
     const std::string fits = "{}" + std::string(64 * 1024 - 2, ' ');
     const std::string tooLarge = fits + " ";
-    const std::string wayTooLarge(3 * 1024 * 1024, ' ');
     const std::vector<Case> cases = {
         {{}, 200, 0, ""},
         {{.contentType = "Application/JSON ; charset=utf-8"}, 200, 0, ""},
         {{.body = fits}, 200, 0, ""},
         {{.body = fits, .isChunked = true}, 200, 0, ""},
-        {{.path = "/webapi/Test/2/newer"}, 200, 0, ""},
+        {{.path = "/webapi/Test/2/checked", .body = R"({"refuse":"error"})"}, 200, 0, ""},
 
         {{.path = "/webapi/Test/1/fail"}, 200, 117, "it failed"},
-        {{.path = "/webapi/Test/1/refused"}, 200, 120, "not this one"},
+        {{.path = checked, .body = R"({"refuse":"error"})"}, 200, 120, "not this one"},
         {{.path = "/webapi/Test/1/throw"}, 500, 500, "The method failed"},
         {{.path = "/webapi/Test/1/throwOther"}, 500, 500, "The method failed"},
         {{.path = "/webapi/Test/1/setNothing"}, 500, 500, "The method failed"},
-        {{.path = "/webapi/Test/1/refusedSilently"}, 500, 500, "The method failed"},
-        {{.path = "/webapi/Test/1/refusedWithSuccess"}, 500, 500, "The method failed"},
-        {{.path = "/webapi/Test/1/throwInCheck"}, 500, 500, "The method failed"},
+        {{.path = checked, .body = R"({"refuse":"silently"})"}, 500, 500, "The method failed"},
+        {{.path = checked, .body = R"({"refuse":"success"})"}, 500, 500, "The method failed"},
+        {{.path = checked, .body = R"({"refuse":"throw"})"}, 500, 500, "The method failed"},
 
         {{.body = ""}, 400, 400, "The request has no body"},
         {{.body = "[]"}, 400, 400, "The body is not a JSON object"},
-        {{.body = "{\"a\":}"}, 400, 400, "Line 1"},
         {{.body = "{} {}"}, 400, 400, "Line 1"},
         {{.body = "{\"a\":\"\xff\"}"}, 400, 400, "The text is not UTF-8"},
         {{.body = std::string(60000, '[')}, 400, 400, ""},
@@ -68,7 +60,7 @@ TEST_F(HostTest, EachRequestGetsItsStatusAndOneSentence) {
         {{.contentType = ""}, 415, 415, "The body's content type"},
         {{.body = tooLarge}, 413, 413, "The body is larger"},
         {{.body = tooLarge, .isChunked = true}, 413, 413, "The body is larger"},
-        {{.body = wayTooLarge, .isChunked = true}, 413, 413, "The body is larger"},
+        {{.body = std::string(3 << 20, ' '), .isChunked = true}, 413, 413, "The body is larger"},
         {{.body = tooLarge, .token = ""}, 401, 401, "The request carries no valid token"},
     };
     Serve();
@@ -82,13 +74,12 @@ TEST_F(HostTest, EachRequestGetsItsStatusAndOneSentence) {
         EXPECT_EQ(envelope["success"].asBool(), code == 0);
         EXPECT_EQ(envelope["error"]["code"].asInt(), code);
         EXPECT_EQ(envelope["error"]["data"].asString().rfind(data, 0), 0U);
-        EXPECT_EQ(reply.Header("Content-Type"), "application/json; charset=utf-8");
-        EXPECT_EQ(reply.Header("Cache-Control"), "no-store");
-        EXPECT_EQ(reply.Header("X-Content-Type-Options"), "nosniff");
-        EXPECT_EQ(reply.Header("WWW-Authenticate"), status == 401 ? "Bearer" : "");
-        EXPECT_EQ(reply.Header("Allow"), status != 405              ? ""
-                                         : request.path.size() > 10 ? "POST"
-                                                                    : "GET, HEAD");
+        EXPECT_EQ(reply.get_header_value("Content-Type"), "application/json; charset=utf-8");
+        EXPECT_EQ(reply.get_header_value("Cache-Control"), "no-store");
+        EXPECT_EQ(reply.get_header_value("X-Content-Type-Options"), "nosniff");
+        EXPECT_EQ(reply.get_header_value("WWW-Authenticate"), status == 401 ? "Bearer" : "");
+        const char* const allowed = request.path.starts_with("/webapi") ? "POST" : "GET, HEAD";
+        EXPECT_EQ(reply.get_header_value("Allow"), status == 405 ? allowed : "");
     }
     EXPECT_EQ(m_host->Workers(), workers);
 }
@@ -98,25 +89,14 @@ TEST_F(HostTest, OnlyAUsersOwnTokenSignsIn) {
     const std::string token = kToken;
     const HttpReply refused = Send({.token = ""});
     EXPECT_EQ(refused.status, 401);
-    for (const std::string& wrong :
-         {std::string("x"), token.substr(1), token.substr(0, token.size() - 1), token + token,
-          std::string("shared-token"), "\"" + token + "\"", std::string("bob")}) {
+    for (const std::string wrong :
+         {"x", kToken + 1, "alices-secret-toke", "alices-secret-tokenalices-secret-token",
+          "\"alices-secret-token\"", "shared-token", "bob"}) {
         for (const std::string path : {"/webapi/Test/1/echo", "/webapi/No/1/echo", "/session", "/nothing"}) {
             const HttpReply reply = Send({.path = path, .token = wrong});
             EXPECT_EQ(reply.status, 401) << path << ' ' << wrong;
             EXPECT_EQ(reply.body, refused.body) << "A stranger learns nothing else.";
         }
-    }
-    const std::string ending = "\r\nHost: x\r\nConnection: close\r\n\r\n";
-    for (const auto& [credentials, isAccepted] : std::map<std::string, bool>{{"Bearer " + token, true},
-                                                                             {"bEARER " + token, true},
-                                                                             {"Basic " + token, false},
-                                                                             {token, false},
-                                                                             {"Bearer ", false},
-                                                                             {"Bearer", false}}) {
-        const RawConnection connection(m_port);
-        connection.Send("GET /session HTTP/1.1\r\nAuthorization: " + credentials + ending);
-        EXPECT_EQ(connection.ReadAll().find("HTTP/1.1 200") == 0, isAccepted) << credentials;
     }
 
     // Taken away, a token is worth nothing from the next request on.
@@ -124,7 +104,40 @@ TEST_F(HostTest, OnlyAUsersOwnTokenSignsIn) {
     m_root.WriteUsers({{.name = "alice", .token = "another-token"}});
     EXPECT_EQ(Send().status, 401);
     EXPECT_EQ(Send({.token = "another-token"}).status, 200);
-    EXPECT_EQ(Log().find("token"), std::string::npos) << Log();
+    EXPECT_FALSE(HasLogged("token")) << Log();
+}
+
+TEST_F(HostTest, BytesOfAnyKindHaveTheirStatusAndHurtNobody) {
+    Serve();
+    const auto workers = m_host->Workers();
+    const std::string token = kToken;
+    const std::string end = "\r\nHost: x\r\nConnection: close\r\n\r\n";
+    const std::string credentials = "GET /session HTTP/1.1\r\nAuthorization: ";
+    const std::string post = "POST /webapi/Test/1/echo HTTP/1.1\r\nHost: x\r\nAuthorization: Bearer " +
+                             token + "\r\nContent-Type: application/json\r\n";
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {credentials + "Bearer " + token + end, "200"},
+        {credentials + "bEARER " + token + end, "200"},
+        {credentials + "Basic " + token + end, "401"},
+        {credentials + token + end, "401"},
+        {credentials + "Bearer " + end, "401"},
+        {credentials + "Bearer" + end, "401"},
+
+        {"GET /../bin/webapi-host HTTP/1.1" + end, "401"},
+        {"GET /%2e%2e/bin/webapi-host HTTP/1.1" + end, "401"},
+        {"GET //etc/passwd HTTP/1.1" + end, "401"},
+
+        {std::string(1 << 20, 'A'), "414"},
+        {post + "X: " + std::string(20000, 'x') + "\r\n\r\n", "431"},
+        {post + "Content-Length: 18446744073709551615\r\n\r\n{}", "413"},
+        {post + "Transfer-Encoding: chunked\r\n\r\nFFFFFFFFFFFFFFFFF\r\n{}", "413"},
+    };
+    for (const auto& [bytes, status] : cases) {
+        EXPECT_EQ(SendRaw(bytes).find("HTTP/1.1 " + status), 0U) << bytes.substr(0, 300);
+        EXPECT_EQ(Send().status, 200);
+    }
+    EXPECT_EQ(m_host->Workers(), workers);
+    EXPECT_FALSE(HasLogged(token)) << Log();
 }
 
 TEST_F(HostTest, TheHandlerLearnsWhoAsksAndInWhichLanguage) {
@@ -133,85 +146,32 @@ TEST_F(HostTest, TheHandlerLearnsWhoAsksAndInWhichLanguage) {
     EXPECT_EQ(echo["user"], "alice");
     EXPECT_EQ(echo["administrator"], true);
     EXPECT_EQ(echo["text"], Json::Value(std::string("Grüße \0 \U0001F600", 14)));
-    for (const auto& [header, language] : std::map<std::string, std::string>{{"", "ger"},
-                                                                             {"enu", "enu"},
-                                                                             {"fre", "fre"},
-                                                                             {"ENU", "ger"},
-                                                                             {"ita", "ger"},
-                                                                             {"../enu", "ger"}}) {
+    const std::map<std::string, std::string> languages = {{"", "ger"},    {"enu", "enu"}, {"fre", "fre"},
+                                                          {"ENU", "ger"}, {"ita", "ger"}, {"../enu", "ger"}};
+    for (const auto& [header, language] : languages) {
         EXPECT_EQ(Send({.language = header}).Envelope()["data"]["language"], language) << header;
-        const Json::Value session =
-            Send({.path = "/session", .body = "", .method = "GET", .language = header}).Envelope()["data"];
-        EXPECT_EQ(session["language"], language) << header;
-        EXPECT_EQ(session["user"], "alice");
-        EXPECT_EQ(session["administrator"], true);
-        EXPECT_EQ(session["languages"].size(), 2U) << "French has a folder, but no catalogue.";
-        EXPECT_EQ(session["languages"][0], "enu");
+        // French has a folder, but no catalogue.
+        EXPECT_EQ(Send({.path = "/session", .body = "", .method = "GET", .language = header}).body,
+                  R"({"data":{"administrator":true,"language":")" + language +
+                      R"(","languages":["enu","ger"],"user":"alice"},"success":true})");
     }
 }
 
-TEST_F(HostTest, ThePageIsServedWithoutATokenAndNothingElseIs) {
+TEST_F(HostTest, ThePageIsServedWithoutAToken) {
     Serve();
     const HttpReply page = Send({.path = "/", .body = "", .method = "GET", .token = ""});
     EXPECT_EQ(page.status, 200);
-    EXPECT_EQ(page.Header("Content-Type"), "text/html; charset=utf-8");
-    EXPECT_EQ(page.Header("Content-Security-Policy"),
+    EXPECT_EQ(page.get_header_value("Content-Type"), "text/html; charset=utf-8");
+    EXPECT_EQ(page.get_header_value("Content-Security-Policy"),
               "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
               "manifest-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'");
-    char listening[64];
-    std::snprintf(listening, sizeof listening, " 0100007F:%04X 00000000:0000 0A",
-                  static_cast<unsigned>(m_port));
-    std::ifstream table("/proc/net/tcp");
-    const std::string sockets{std::istreambuf_iterator<char>(table), {}};
-    EXPECT_NE(sockets.find(listening), std::string::npos) << "the loopback address alone is listened on";
-    EXPECT_EQ(page.Header("Referrer-Policy"), "no-referrer");
-    EXPECT_EQ(page.Header("X-Content-Type-Options"), "nosniff");
+    EXPECT_EQ(page.get_header_value("Referrer-Policy"), "no-referrer");
+    EXPECT_EQ(page.get_header_value("X-Content-Type-Options"), "nosniff");
     EXPECT_NE(page.body.find("<html"), std::string::npos);
     const HttpReply head = Send({.path = "/", .body = "", .method = "HEAD", .token = ""});
     EXPECT_EQ(head.status, 200);
-    EXPECT_EQ(head.Header("Content-Length"), std::to_string(page.body.size()));
-
-    for (const std::string path :
-         {"/../bin/webapi-host", "/%2e%2e/bin/webapi-host", "//etc/passwd", "/index.html/"}) {
-        const RawConnection connection(m_port);
-        connection.Send("GET " + path + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
-        EXPECT_EQ(connection.ReadAll().find("HTTP/1.1 401"), 0U) << path;
-    }
-}
-
-TEST_F(HostTest, BytesThatAreNoRequestHurtNobody) {
-    Serve();
-    const auto workers = m_host->Workers();
-    const std::string start = "POST /webapi/Test/1/echo HTTP/1.1\r\nHost: x\r\nAuthorization: Bearer " +
-                              std::string(kToken) + "\r\nContent-Type: application/json\r\n";
-    const std::vector<std::string> texts = {
-        std::string(100, '\0'),
-        "\r\n\r\n\r\n",
-        "GET\r\n\r\n",
-        "POST / HTTP/9.9\r\n\r\n",
-        "GET / HTTP/1.1\r\n\r\n",
-        std::string(1 << 20, 'A'),
-        start + "X: " + std::string(20000, 'x') + "\r\n\r\n",
-        start + "Content-Length: -1\r\n\r\n{}",
-        start + "Content-Length: 99999999999999999999999\r\n\r\n{}",
-        start + "Content-Length: 18446744073709551615\r\n\r\n{}",
-        start + "Content-Length: 2\r\nContent-Length: 3\r\n\r\n{}",
-        start + "Transfer-Encoding: chunked\r\n\r\nFFFFFFFFFFFFFFFFF\r\n{}",
-        start + "Transfer-Encoding: chunked\r\n\r\nzz\r\n{}",
-        start + "Transfer-Encoding: nonsense\r\n\r\n{}",
-        start + "Content-Length: 10\r\n\r\n{}",
-    };
-    for (const std::string& text : texts) {
-        const RawConnection connection(m_port);
-        connection.Send(text);
-        EXPECT_EQ(Send().status, 200) << text.substr(0, 300);
-    }
-    EXPECT_EQ(m_host->Workers(), workers);
-    EXPECT_EQ(Log().find(kToken), std::string::npos);
-
-    const RawConnection largeHeader(m_port);
-    largeHeader.Send(texts[6]);
-    EXPECT_EQ(largeHeader.ReadAll().find("HTTP/1.1 431"), 0U);
+    EXPECT_EQ(head.get_header_value("Content-Length"), std::to_string(page.body.size()));
+    EXPECT_EQ(Send({.address = "127.0.0.2"}).status, -1) << "One address alone is listened on.";
 }
 
 TEST_F(HostTest, ARequestThatMemoryIsTooShortForCostsNoOther) {
@@ -219,12 +179,11 @@ TEST_F(HostTest, ARequestThatMemoryIsTooShortForCostsNoOther) {
     GTEST_SKIP() << "With AddressSanitizer memory that runs short ends the process.";
 #endif
     Serve();
-    std::string large = R"({"text":[1)";
-    for (int i = 0; i < 30000; ++i) {
-        large += ",1";
+    std::string numbers = "1";
+    while (numbers.size() < 60'000) {
+        numbers += ",1";
     }
-    large += "]}";
-    const std::string request = RawRequest("echo", large);
+    const std::string request = RawRequest(R"({"text":[)" + numbers + "]}");
     const RawConnection connection(m_port);
     connection.Send(request.substr(0, request.size() / 2));
     EXPECT_EQ(Send().status, 200);
@@ -238,15 +197,14 @@ TEST_F(HostTest, ARequestThatMemoryIsTooShortForCostsNoOther) {
     const std::string reply = connection.ReadAll();
     EXPECT_EQ(reply.find("HTTP/1.1 500"), 0U) << reply;
     EXPECT_NE(reply.find(R"("code":500)"), std::string::npos) << reply;
-
     prlimit(workers.at(0), RLIMIT_AS, &earlier, nullptr);
-    EXPECT_EQ(Send({.body = large}).status, 200);
+    EXPECT_EQ(Send().status, 200);
     EXPECT_EQ(m_host->Workers(), workers);
 }
 
 TEST_F(HostTest, ASlowSenderKeepsNobodyWaitingAndASilentOneIsCutOff) {
     Serve();
-    const std::string request = RawRequest("echo", R"({"text":"slow"})");
+    const std::string request = RawRequest(R"({"text":"slow"})");
     const RawConnection idle(m_port);
     const RawConnection stopped(m_port);
     stopped.Send(request.substr(0, request.size() - 1));
@@ -287,7 +245,7 @@ TEST_F(HostTest, IdleConnectionsKeepNobodyOut) {
     EXPECT_EQ(Send().status, 200);
     EXPECT_EQ(idle.front().ReadAll(), "") << "The oldest one made room.";
     EXPECT_LT(std::chrono::steady_clock::now() - start, 8s) << "Nobody waited for the idle timeout.";
-    idle.back().Send(RawRequest("echo", "{}"));
+    idle.back().Send(RawRequest("{}"));
     EXPECT_EQ(idle.back().ReadAll().find("HTTP/1.1 200"), 0U);
 }
 

@@ -4,12 +4,13 @@
 #include <json/value.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <algorithm>
+#include <array>
 #include <csignal>
-#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
-#include <thread>
+#include <string_view>
 
 #include "kivocore/Export.h"
 #include "webapi/APIRequest.h"
@@ -32,81 +33,66 @@ void Echo(APIRequest* request, APIResponse* response) {
     response->SetSuccess(data);
 }
 
-void Fail(APIRequest*, APIResponse* response) { response->SetError(117, "it failed"); }
 void Throw(APIRequest*, APIResponse* response) {
     response->SetSuccess("half done");
     throw std::runtime_error("thrown by a handler");
 }
-void ThrowOther(APIRequest*, APIResponse*) { throw 7; }
-void SetNothing(APIRequest*, APIResponse*) {}
-void Die(APIRequest*, APIResponse*) { raise(SIGKILL); }
 
-/// Leaves the process with the superuser's rights, as a scope does that cannot restore them.
-void StayRaised(APIRequest*, APIResponse* response) { response->SetSuccess(seteuid(0)); }
-
-/// Says in the folder "folder" that it has begun, and answers as soon as it is told to.
+/// Answers when the other end of the FIFO at the path "fifo" has been opened and closed.
 void Wait(APIRequest* request, APIResponse* response) {
-    const std::filesystem::path folder = request->GetParam("folder", "").asString();
-    std::ofstream(folder / "begun").flush();
-    while (!std::filesystem::exists(folder / "go on")) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    std::ifstream(request->GetParam("fifo", "").asString()).get();
     response->SetSuccess("waited");
 }
 
 bool Accept(APIRequest*, APIResponse*) { return true; }
-bool RefuseSilently(APIRequest*, APIResponse*) { return false; }
-bool Refuse(APIRequest*, APIResponse* response) {
-    response->SetError(120, "not this one");
-    return false;
+
+/// Refuses in the way that the parameter "refuse" names.
+bool Check(APIRequest* request, APIResponse* response) {
+    const Json::Value way = request->GetParam("refuse", Json::Value());
+    if (way == "throw") {
+        throw std::runtime_error("thrown by a check function");
+    }
+    if (way == "error") {
+        response->SetError(120, "not this one");
+    } else if (way == "success") {
+        response->SetSuccess("no");
+    }
+    return way.isNull();
 }
-bool RefuseWithSuccess(APIRequest*, APIResponse* response) {
-    response->SetSuccess("no");
-    return false;
-}
-bool ThrowInCheck(APIRequest*, APIResponse*) { throw std::runtime_error("thrown by a check function"); }
 
 constexpr char kApi[] = "Test";
 
 constexpr APITableRow kTable[] = {
     {kApi, 1, "echo", Echo},
-    {kApi, 1, "fail", Fail},
+    {kApi, 1, "fail", [](APIRequest*, APIResponse* response) { response->SetError(117, "it failed"); }},
     {kApi, 1, "throw", Throw},
-    {kApi, 1, "throwOther", ThrowOther},
-    {kApi, 1, "setNothing", SetNothing},
-    {kApi, 1, "die", Die},
-    {kApi, 1, "stayRaised", StayRaised},
+    {kApi, 1, "throwOther", [](APIRequest*, APIResponse*) { throw 7; }},
+    {kApi, 1, "setNothing", [](APIRequest*, APIResponse*) {}},
+    {kApi, 1, "die", [](APIRequest*, APIResponse*) { raise(SIGKILL); }},
+    // Leaves the process with the superuser's rights, as a scope does that cannot restore them.
+    {kApi, 1, "stayRaised", [](APIRequest*, APIResponse* response) { response->SetSuccess(seteuid(0)); }},
     {kApi, 1, "wait", Wait},
-    {kApi, 1, "refused", Echo},
-    {kApi, 1, "refusedSilently", Echo},
-    {kApi, 1, "refusedWithSuccess", Echo},
-    {kApi, 1, "throwInCheck", Echo},
-    {kApi, 2, "newer", Echo},
+    {kApi, 1, "checked", Echo},
+    {kApi, 2, "checked", Echo},
     {},
 };
 
-constexpr APICheckTableRow kCheckTable[] = {
-    {kApi, 2, "newer", Accept, {}},
-    {kApi, 1, "throwInCheck", ThrowInCheck, {}},
-    {kApi, 1, "refusedWithSuccess", RefuseWithSuccess, {}},
-    {kApi, 1, "refusedSilently", RefuseSilently, {}},
-    {kApi, 1, "refused", Refuse, {}},
-    {kApi, 1, "wait", Accept, {}},
-    {kApi, 1, "stayRaised", Accept, {}},
-    {kApi, 1, "die", Accept, {}},
-    {kApi, 1, "setNothing", Accept, {}},
-    {kApi, 1, "throwOther", Accept, {}},
-    {kApi, 1, "throw", Accept, {}},
-    {kApi, 1, "fail", Accept, {}},
-    {kApi, 1, "echo", Accept, {}},
-    {},
-};
+/// In another order and with one check function that differs: the rows of the two tables belong together by
+/// their versions and names.
+const auto kCheckTable = [] {
+    std::array<APICheckTableRow, std::size(kTable)> rows = {};
+    std::transform(std::rbegin(kTable) + 1, std::rend(kTable), rows.begin(), [](const APITableRow& row) {
+        const bool isChecked = row.version == 1 && row.method == std::string_view("checked");
+        return APICheckTableRow{row.api, row.version, row.method, isChecked ? Check : Accept, {}};
+    });
+    return rows;
+}();
 
 }  // namespace
 
 extern "C" {
 
 KIVO_PUBLIC const APITableRow* GetAPITable() { return kTable; }
-KIVO_PUBLIC const APICheckTableRow* GetAPICheckTable() { return kCheckTable; }
+KIVO_PUBLIC const APICheckTableRow* GetAPICheckTable() { return kCheckTable.data(); }
 
 }  // extern "C"

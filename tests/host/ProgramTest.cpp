@@ -1,0 +1,194 @@
+#include <sys/prctl.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <future>
+
+#include "tests/host/HostTest.h"
+
+namespace KIVO::Test {
+namespace {
+
+TEST_F(HostTest, CallAndListTellByTheirExitStatus) {
+    struct Case {
+        std::vector<std::string> arguments;
+        int status;
+        /// Part of what is printed; on standard error with status 2 or when nothing was called.
+        std::string text;
+    };
+    const std::vector<Case> cases = {
+        {{"call", "--user", "alice", "Test/1/echo", R"({"text":"Grüße"})"}, 0, R"("text" : "Grüße")"},
+        {{"call", "--user", "alice", "Test/1/echo"}, 0, R"("language" : "ger")"},
+        {{"call", "--user", "alice", "--language", "enu", "Test/1/echo"}, 0, R"("language" : "enu")"},
+        {{"call", "--user", "bob", "Test/1/echo"}, 0, R"("administrator" : false)"},
+        {{"call", "--user", "alice", "Test/1/fail"}, 1, R"("code" : 117)"},
+        {{"call", "--user", "alice", "Test/1/throw"}, 1, R"("code" : 500)"},
+        {{"call", "--user", "alice", "Test/1/nope"}, 1, R"("code" : 404)"},
+        {{"call", "--user", "alice", "Test"}, 1, R"("code" : 404)"},
+        {{"call", "--user", "alice", "Test/1/echo", "[]"}, 1, R"("code" : 400)"},
+        {{"list"}, 0, "Checked:\n  Test/2/checked\n"},
+        {{"--help"}, 0, "Usage:"},
+        {{"--module", "/nowhere.so", "list"}, 1, "The module cannot be loaded: /nowhere.so"},
+        {{"--module", "libkivocore.so.0", "list"}, 1, "The module cannot be loaded: /"},
+        {{"--module", LIBKIVOCORE, "list"}, 1, "does not export GetAPITable"},
+        {{}, 2, "A subcommand is required"},
+        {{"call", "Test/1/echo"}, 2, "--user is required"},
+        {{"call", "--user", "zoe", "Test/1/echo"}, 2, "The appliance has no user zoe"},
+        {{"call", "--user", "bob", "--language", "ita", "Test/1/echo"}, 2, "has no language ita"},
+        {{"--root", "/nowhere", "serve"}, 2, "--root"},
+        {{"--account", "no such account", "serve"}, 2, "There is no account no such account"},
+        {{"serve", "--port", "65536"}, 2, "--port"},
+        {{"serve", "--workers", "0"}, 2, "--workers"},
+        {{"serve", "--address", "0.0.0.0"}, 2, "0.0.0.0 is not a loopback address"},
+        {{"serve", "--address", "localhost"}, 2, "localhost is not a loopback address"},
+    };
+    for (const auto& [arguments, status, text] : cases) {
+        const auto host = Start(arguments);
+        const std::string output = host->Read();
+        SCOPED_TRACE(testing::PrintToString(arguments) + "\n" + output + Log());
+        EXPECT_EQ(host->Wait(), status);
+        const bool isAnswer = status != 2 && text[0] != 'T' && text[0] != 'd';
+        EXPECT_NE((isAnswer ? output : Log()).find(text), std::string::npos);
+        EXPECT_EQ((output + Log()).find(kToken), std::string::npos);
+    }
+}
+
+TEST_F(HostTest, ItSaysAtStartWhatItCannotFind) {
+    Serve();
+    EXPECT_TRUE(HasLogged("no notification database at " + m_root.Path("/var/lib/kivo/nexnotify.db")))
+        << Log();
+    EXPECT_FALSE(HasLogged("No one can sign in")) << Log();
+
+    const std::string port = std::to_string(m_port);
+    EXPECT_EQ(Start({"serve", "--port", port})->Wait(), 1);
+    EXPECT_TRUE(HasLogged("Cannot listen on 127.0.0.1:" + port)) << Log();
+
+    m_root.CreateDatabase();
+    std::filesystem::remove_all(m_root.Path("/etc"));
+    std::filesystem::remove_all(m_root.Path("/var/cache"));
+    Serve();
+    EXPECT_FALSE(HasLogged("database")) << Log();
+    EXPECT_TRUE(HasLogged("there are no users in " + m_root.Path("/etc/kivo/users.json"))) << Log();
+    EXPECT_TRUE(HasLogged("no English text catalogue at " + m_root.Path("/var/cache/texts/enu/mails")))
+        << Log();
+    EXPECT_EQ(Send().status, 401);
+
+    if (!CanTakeOnIds()) {
+        GTEST_SKIP() << "Only the superuser can take on another account's ids.";
+    }
+    chmod(m_root.Folder().c_str(), 0700);
+    Serve({"--account", "nobody"});
+    EXPECT_TRUE(HasLogged("The account nobody cannot enter " + m_root.Folder().string() + ": run chmod o+x"));
+}
+
+TEST_F(HostTest, ADeadWorkerIsReplaced) {
+    Serve({"--workers", "2"});
+    std::vector<pid_t> workers = m_host->Workers();
+    ASSERT_EQ(workers.size(), 2U);
+    const auto areTwoOthers = [&] {
+        const std::vector<pid_t> current = m_host->Workers();
+        return current.size() == 2 && current != std::exchange(workers, current);
+    };
+    kill(workers[0], SIGKILL);
+    EXPECT_TRUE(Eventually([&] { return std::ranges::count(m_host->Workers(), workers[0]) == 0; }));
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(Send().status, 200);
+    }
+    EXPECT_TRUE(Eventually(areTwoOthers));
+
+    EXPECT_EQ(Send({.path = "/webapi/Test/1/die"}).status, -1);
+    EXPECT_EQ(Send().status, 200) << "One that dies of a request costs that request and no other.";
+    EXPECT_TRUE(Eventually(areTwoOthers));
+
+    kill(workers[0], SIGTERM);
+    EXPECT_TRUE(Eventually(areTwoOthers));
+    EXPECT_EQ(Send().status, 200);
+    EXPECT_TRUE(HasLogged("was ended by signal 9 and is replaced")) << Log();
+    EXPECT_TRUE(HasLogged("ended with status 0 and is replaced")) << Log();
+}
+
+TEST_F(HostTest, WorkersThatDieAtOnceAreReplacedMoreAndMoreSlowly) {
+    Serve();
+    int deaths = 0;
+    for (const auto start = std::chrono::steady_clock::now();
+         std::chrono::steady_clock::now() - start < std::chrono::seconds(1);) {
+        for (const pid_t worker : m_host->Workers()) {
+            deaths += kill(worker, SIGKILL) == 0;
+            EXPECT_TRUE(Eventually([&] { return std::ranges::count(m_host->Workers(), worker) == 0; }));
+        }
+    }
+    EXPECT_GE(deaths, 2);
+    EXPECT_LE(deaths, 5);
+    EXPECT_EQ(Send().status, 200) << "A client waits until there is a worker again.";
+}
+
+TEST_F(HostTest, SigtermLetsTheRequestsUnderWayFinish) {
+    Serve();
+    const RawConnection idle(m_port);
+    const RawConnection halfSent(m_port);
+    const std::string request = RawRequest(R"({"text":"late"})");
+    halfSent.Send(request.substr(0, request.size() / 2));
+    EXPECT_EQ(Send().status, 200);
+
+    const std::string fifo = m_root.Path("/fifo");
+    mkfifo(fifo.c_str(), 0600);
+    auto waiting = std::async(std::launch::async, [&] {
+        return Send({.path = "/webapi/Test/1/wait", .body = R"({"fifo":")" + fifo + "\"}"});
+    });
+    std::ofstream release(fifo);  // is open when the handler has begun
+    kill(m_host->Pid(), SIGTERM);
+    release.close();
+    EXPECT_EQ(waiting.get().Envelope()["data"], "waited");
+    EXPECT_TRUE(halfSent.Send(request.substr(request.size() / 2)));
+    EXPECT_NE(halfSent.ReadAll().find("\"late\""), std::string::npos);
+    EXPECT_EQ(m_host->Wait(), 0);
+    EXPECT_EQ(idle.ReadAll(), "");
+}
+
+TEST_F(HostTest, TheWorkersEndWithTheSupervisor) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    Serve({"--workers", "2"});
+    const auto workers = m_host->Workers();
+    kill(m_host->Pid(), SIGKILL);
+    EXPECT_EQ(m_host->Wait(), -SIGKILL);
+    for (const pid_t worker : workers) {
+        int status = -1;
+        EXPECT_EQ(waitpid(worker, &status, 0), worker);
+        EXPECT_EQ(status, 0);
+    }
+}
+
+TEST_F(HostTest, WorkersHaveTheAccountsIdsBetweenRequests) {
+    if (!CanTakeOnIds()) {
+        GTEST_SKIP() << "Only the superuser can take on another account's ids.";
+    }
+    const auto expectLowered = [this] {
+        std::ifstream file("/proc/" + std::to_string(m_host->Workers().at(0)) + "/status");
+        const std::string status{std::istreambuf_iterator<char>(file), {}};
+        EXPECT_NE(status.find("Uid:\t0\t65534\t0\t65534\nGid:\t0\t65534\t0\t65534\n"), status.npos) << status;
+        EXPECT_NE(status.find("Groups:\t65534 \n"), status.npos) << status;
+    };
+    Serve({"--workers", "1", "--account", "nobody"});
+    expectLowered();
+
+    // A worker that was left with the superuser's rights answers no one any more.
+    const Json::Value before = Echo();
+    EXPECT_EQ(before["effectiveUid"], 65534);
+    EXPECT_EQ(Send({.path = "/webapi/Test/1/stayRaised"}).status, 200);
+    const Json::Value after = Echo();
+    EXPECT_EQ(after["effectiveUid"], 65534);
+    EXPECT_NE(after["worker"], before["worker"]);
+
+    // The module reads what only the superuser may, and the worker is as before.
+    m_root.CreateDatabase();
+    m_root.AddMessage({1026}, R"({"title":"Tag","time":5,"msg":["{}"]})", 5);
+    Serve({"--workers", "1", "--account", "nobody", "--module", MODULE});
+    const std::string notify = "/webapi/KIVO.Core.NEXNotify/1/notify";
+    EXPECT_EQ(Send({.path = notify, .body = R"({"action":"load"})"}).Envelope()["data"]["total"], 1);
+    EXPECT_EQ(Send({.path = notify, .body = R"({"action":"apply","clean":"all"})"}).status, 200);
+    EXPECT_EQ(m_root.Query("SELECT * FROM nexnotify").size(), 0U);
+    expectLowered();
+}
+
+}  // namespace
+}  // namespace KIVO::Test
