@@ -1,6 +1,7 @@
 """The demo appliance: its texts in three languages agree, and seeding makes what the module and the host expect."""
 
 import contextlib
+import itertools
 import json
 import os
 import sqlite3
@@ -9,76 +10,70 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import unittest.mock
 from pathlib import Path
 
-SOURCE = Path(__file__).resolve().parents[2]
 sys.dont_write_bytecode = True
-sys.path.insert(0, str(SOURCE / "demo"))
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "demo"))
 import seed  # noqa: E402  (found through the line above)
 
-LANGUAGES = ("enu", "ger", "fre")
-TEXTS = ("message", "altMessage", "mail")
-KEYS = {"category", "level", "group", "appid", *TEXTS}
+TEXTS = {"message", "altMessage", "mail"}
+KEYS = {"category", "level", "group", "appid"} | TEXTS
 LEVELS = {None, "NOTIFICATION_INFO", "NOTIFICATION_WARN", "NOTIFICATION_ERROR"}
 NOON = 1_700_000_000 // seed.DAY * seed.DAY + seed.DAY // 2
+CATALOGUES = {language: seed.read_catalogue(seed.DEMO / "catalogues" / language / "mails")
+              for language in ("enu", "ger", "fre")}
+ENGLISH = CATALOGUES["enu"]
+TAGS = set(ENGLISH.sections())
 
 
-def catalogue(language):
-    return seed.read_catalogue(seed.DEMO / "catalogues" / language / "mails")
+def read_json(path):
+    return json.loads(path.read_bytes())
 
 
 class Texts(unittest.TestCase):
     def test_languages_agree(self):
-        english = catalogue("enu")
-        for language in LANGUAGES:
-            other = catalogue(language)
-            self.assertEqual(other.sections(), english.sections(), language)
+        for language, catalogue in CATALOGUES.items():
+            self.assertEqual(catalogue.sections(), ENGLISH.sections(), language)
             groups = {}
-            for tag in english.sections():
+            for tag in catalogue.sections():
+                own, model = catalogue[tag], ENGLISH[tag]
                 with self.subTest(language=language, tag=tag):
-                    self.assertLessEqual(set(other[tag]), KEYS)
-                    self.assertEqual(set(other[tag]), set(english[tag]))
-                    for key in ("level", "appid"):
-                        self.assertEqual(other[tag].get(key), english[tag].get(key))
-                    self.assertIn(other[tag].get("level"), LEVELS)
-                    self.assertTrue("message" in other[tag] or "altMessage" in other[tag])
-                    for key in TEXTS:
-                        text, model = other[tag].get(key, ""), english[tag].get(key, "")
-                        self.assertEqual(seed.placeholders({key: text}), seed.placeholders({key: model}), key)
-                        self.assertNotRegex(text, r"\{(?![A-Z]+\})|[^A-Z]\}|\\[^n]", key)
-                    title = groups.setdefault(english[tag]["group"], other[tag]["group"])
-                    self.assertEqual(other[tag]["group"], title)
+                    self.assertEqual(set(own), set(model))
+                    self.assertLessEqual(set(own), KEYS)
+                    self.assertTrue({"message", "altMessage"} & set(own))
+                    self.assertIn(own.get("level"), LEVELS)
+                    self.assertEqual((own.get("level"), own.get("appid")), (model.get("level"), model.get("appid")))
+                    for key in TEXTS & set(own):
+                        self.assertEqual(seed.placeholders({key: own[key]}), seed.placeholders({key: model[key]}), key)
+                        self.assertNotRegex(own[key], r"\{(?![A-Z]+\})|[^A-Z]\}|\\[^n]", key)
+                    self.assertEqual(groups.setdefault(model["group"], own["group"]), own["group"])
 
     def test_other_files_fit_the_catalogue(self):
-        english = catalogue("enu")
-        own = seed.read_catalogue(seed.DEMO / "mail_templates")
-        for tag in own.sections():
-            self.assertLessEqual(seed.placeholders(own[tag]), seed.placeholders(english[tag]), tag)
-        for package in json.loads((seed.DEMO / "package_config").read_bytes()).values():
-            self.assertLessEqual(set(package["keyArray"]), set(english.sections()))
-        for user in json.loads((seed.DEMO / "users.json").read_bytes())["users"].values():
-            self.assertLessEqual(set(user["hiddenTags"]), set(english.sections()))
-        categories = {(english[tag]["group"], english[tag].get("appid", "")) for tag in english.sections()}
+        mails = seed.read_catalogue(seed.DEMO / "mail_templates")
+        for tag in mails.sections():
+            self.assertLessEqual(seed.placeholders(mails[tag]), seed.placeholders(ENGLISH[tag]), tag)
+        for package in read_json(seed.DEMO / "package_config").values():
+            self.assertLessEqual(set(package["keyArray"]), TAGS)
+        for user in read_json(seed.DEMO / "users.json")["users"].values():
+            self.assertLessEqual(set(user["hiddenTags"]), TAGS)
+        categories = {(ENGLISH[tag]["group"], ENGLISH[tag].get("appid", "")) for tag in TAGS}
         for path in (seed.DEMO / "settings").glob("*/*.json"):
-            settings = json.loads(path.read_bytes())["KIVO.ZUI.NEXNotify.Setting.Application"]
-            for choice in settings["notifcationSettings"]:
+            for choice in read_json(path)["KIVO.ZUI.NEXNotify.Setting.Application"]["notifcationSettings"]:
                 self.assertIn((choice["category_enu"], choice["app"]), categories, path)
 
 
 class Notifications(unittest.TestCase):
     def test_parameters_fill_the_texts(self):
-        english = catalogue("enu")
-        seen = set()
-        for item in seed.notifications(english, NOON):
-            if item.content and item.content["title"] in english:
-                tag = item.content["title"]
-                seen.add(tag)
-                self.assertEqual(set(json.loads(item.content["msg"][0])), seed.placeholders(english[tag]), tag)
-        self.assertEqual(seen, set(english.sections()))
+        contents = [item.content for item in seed.notifications(ENGLISH, NOON) if item.content]
+        known = [content for content in contents if content["title"] in TAGS]
+        for content in known:
+            self.assertEqual(set(json.loads(content["msg"][0])), seed.placeholders(ENGLISH[content["title"]]), content)
+        self.assertEqual({content["title"] for content in known}, TAGS)
 
     def test_only_the_newest_depend_on_the_time_of_day(self):
         newest = len(seed.NEWEST)
-        noon, later = (seed.notifications(catalogue("enu"), now) for now in (NOON, NOON + 3600))
+        noon, later = (seed.notifications(ENGLISH, now) for now in (NOON, NOON + 3600))
         self.assertEqual(noon[:-newest], later[:-newest])
         for one, other in zip(noon[-newest:], later[-newest:]):
             self.assertEqual(one.time + 3600, other.time)
@@ -87,25 +82,21 @@ class Notifications(unittest.TestCase):
 
 class Appliance(unittest.TestCase):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.parent = Path(folder.name)
+        self.parent = Path(self.enterContext(tempfile.TemporaryDirectory()))
         self.root = self.parent / "the appliance"
-        umask = os.umask(0o077)  # the strictest surroundings
-        self.addCleanup(os.umask, umask)
+        self.addCleanup(os.umask, os.umask(0o077))  # the strictest surroundings
 
     def run_seed(self, *arguments):
         return subprocess.run([seed.__file__, *arguments, self.root], capture_output=True, text=True)
 
     def token(self):
-        return json.loads((self.root / seed.USERS).read_bytes())["users"]["alice"]["token"]
+        return read_json(self.root / seed.USERS)["users"]["alice"]["token"]
 
     def test_modes(self):
         self.assertEqual(self.run_seed().returncode, 0)
         restricted = {seed.DATABASE: 0o600, seed.USERS: 0o640}
         for path in (self.root, *self.root.rglob("*")):
-            usual = 0o755 if path.is_dir() else 0o644
-            expected = restricted.get(str(path.relative_to(self.root)), usual)
+            expected = restricted.get(str(path.relative_to(self.root)), 0o755 if path.is_dir() else 0o644)
             self.assertEqual(stat.S_IMODE(path.stat().st_mode), expected, path)
 
     def test_seeding_again(self):
@@ -119,27 +110,20 @@ class Appliance(unittest.TestCase):
         self.assertNotEqual(self.token(), first)
         self.assertEqual(list(self.parent.iterdir()), [self.root])
 
-    def assert_left_alone(self, *names):
-        for option in ([], ["--fresh"]):
+    def test_leaves_other_folders_alone(self):
+        folder, link = self.parent / "folder", self.parent / "link"
+        folder.mkdir()
+        (folder / "letter").touch()
+        link.symlink_to(folder)
+        for self.root, option in itertools.product((folder, link), ([], ["--fresh"])):
             refused = self.run_seed(*option)
             self.assertEqual(refused.returncode, 1)
             self.assertIn(str(self.root), refused.stderr)
-            self.assertEqual([path.name for path in self.root.iterdir()], [*names])
-
-    def test_leaves_other_folders_alone(self):
-        self.root.mkdir()
-        (self.root / "letter").touch()
-        self.assert_left_alone("letter")
-        elsewhere = self.root.rename(self.parent / "elsewhere")
-        self.root.symlink_to(elsewhere)
-        self.assert_left_alone("letter")
+            self.assertEqual([path.name for path in self.root.iterdir()], ["letter"])
 
     def test_an_interrupted_seed_leaves_nothing(self):
-        def interrupted(*_):
-            raise KeyboardInterrupt
-        write_database, seed.write_database = seed.write_database, interrupted
-        self.addCleanup(setattr, seed, "write_database", write_database)
-        with self.assertRaises(KeyboardInterrupt):
+        with (unittest.mock.patch.object(seed, "write_database", side_effect=KeyboardInterrupt),
+              self.assertRaises(KeyboardInterrupt)):
             seed.seed(self.root, fresh=False, account="root", now=NOON)
         self.assertEqual(list(self.parent.iterdir()), [])
 
@@ -151,13 +135,12 @@ class Appliance(unittest.TestCase):
         self.assertGreater(len(links), 200)
         self.assertEqual(set(links.values()), {1, 2, 3})
         # The program reads the catalogues with the reader that serves them.
-        for language in LANGUAGES:
+        for language, catalogue in CATALOGUES.items():
             subprocess.run([self.root / seed.TOOL, "--gen_category_file", language],
                            env={**os.environ, "KIVO_ROOT": str(self.root)}, check=True)
-            document = json.loads((self.root / "var/cache/texts" / language / "notification_category").read_bytes())
-            texts = catalogue(language)
+            document = read_json(self.root / "var/cache/texts" / language / "notification_category")
             self.assertEqual([(event["name"], event["group"]) for event in document["All"]],
-                             [(tag, texts[tag]["group"]) for tag in texts.sections()])
+                             [(tag, catalogue[tag]["group"]) for tag in catalogue.sections()])
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
 // A demo appliance of one's own in a temporary folder, and the built host that serves it.
 import {execFileSync, spawn} from 'node:child_process';
-import {appendFileSync, chmodSync, mkdtempSync, readFileSync, rmSync, writeFileSync} from 'node:fs';
+import {chmodSync, mkdtempSync, readFileSync, rmSync, writeFileSync} from 'node:fs';
 import {tmpdir} from 'node:os';
 import {join} from 'node:path';
 import {createInterface} from 'node:readline';
@@ -16,8 +16,7 @@ const account = isRoot ? 'nobody' : 'root';
 
 const STORE = `
 import json, sqlite3, sys
-connection = sqlite3.connect(sys.argv[1])
-with connection:
+with sqlite3.connect(sys.argv[1]) as connection:
     for content in json.load(sys.stdin):
         row = connection.execute("INSERT INTO message(message_content, timestamp) VALUES(?, ?)",
                                  (json.dumps(content), content["time"]))
@@ -35,33 +34,28 @@ export class Appliance {
       rmSync(this.#folder, {recursive: true});
     });
     chmodSync(this.#folder, 0o755);  // The host's account reads below it.
-    this.#run(SEED, '--account', account, '--tool', NOTIFICATION_UTILS, this.root);
+    this.#run('', SEED, '--account', account, '--tool', NOTIFICATION_UTILS, this.root);
     this.users = JSON.parse(readFileSync(join(this.root, 'etc/kivo/users.json'))).users;
   }
 
-  #run(...command) {
+  #run(input, ...command) {
     const [file, ...parameters] = [...asRoot, ...command];
-    return execFileSync(file, parameters, {env: {...process.env, KIVO_ROOT: this.root}, stdio: ['ignore', 'pipe', 'inherit']});
+    execFileSync(file, parameters, {input, env: {...process.env, KIVO_ROOT: this.root}, stdio: ['pipe', 'ignore', 'inherit']});
   }
 
-  // Adds tags to a language's catalogue; to be called before the host's first request.
-  addTexts(language, sections) {
-    appendFileSync(join(this.root, 'var/cache/texts', language, 'mails'), sections);
-  }
-
-  writeSettings(user, settings) {
-    writeFileSync(join(this.root, 'etc/kivo/settings/users', `${user}.json`), JSON.stringify(settings));
+  // Writes or (with flag "a") adds to a file that the host has not read yet.
+  write(path, text, flag = 'w') {
+    writeFileSync(join(this.root, path), text, {flag});
   }
 
   notify(user, tag, ...parameters) {
-    this.#run(NOTIFICATION_UTILS, '--notify', user, tag, ...parameters);
+    this.#run('', NOTIFICATION_UTILS, '--notify', user, tag, ...parameters);
   }
 
   // Stores notifications as they are given, each at its "time".
   store(user, contents) {
-    const [file, ...parameters] = [...asRoot, 'python3', '-c', STORE, join(this.root, 'var/lib/kivo/nexnotify.db'),
-      String(this.users[user].uid)];
-    execFileSync(file, parameters, {input: JSON.stringify(contents)});
+    const database = join(this.root, 'var/lib/kivo/nexnotify.db');
+    this.#run(JSON.stringify(contents), 'python3', '-c', STORE, database, String(this.users[user].uid));
   }
 
   async serve() {

@@ -1,6 +1,6 @@
 import assert from 'node:assert/strict';
 import {createRequire} from 'node:module';
-import {after, afterEach, before, describe, it} from 'node:test';
+import {after, afterEach, before, it} from 'node:test';
 import {Appliance} from './appliance.js';
 import {openBrowser} from './browser.js';
 
@@ -15,25 +15,11 @@ const TEXTS = {
   ger: ['Labor', 'Alarm in {ROOM}: {VALUE} ist zu viel', 'Mail über {ROOM}', 'Dachboden'],
   fre: ['Laboratoire', 'Alarme dans {ROOM} : {VALUE}', 'Courriel sur {ROOM}', 'Grenier'],
 };
-const sections = ([laboratory, alarm, mail, attic]) => `
-[LabAlarm]
-category=${laboratory}
-level=NOTIFICATION_ERROR
-group=${laboratory}
-message=${alarm}
-mail=${mail}\\n\\n${MARKUP}
-
-[LabMarkup]
-category=${laboratory}
-group=${laboratory}
-message=${MARKUP} in {ROOM}
-
-[AtticNote]
-category=${attic}
-level=NOTIFICATION_WARN
-group=${attic}
-message=Note from {FLOOR}
-`;
+const sections = ([laboratory, alarm, mail, attic]) => Object.entries({
+  LabAlarm: {category: laboratory, level: 'NOTIFICATION_ERROR', group: laboratory, message: alarm, mail: `${mail}\\n\\n${MARKUP}`},
+  LabMarkup: {category: laboratory, group: laboratory, message: `${MARKUP} in {ROOM}`},
+  AtticNote: {category: attic, level: 'NOTIFICATION_WARN', group: attic, message: 'Note from {FLOOR}'},
+}).map(([tag, texts]) => [`[${tag}]`, ...Object.entries(texts).map(text => text.join('='))].join('\n')).join('\n');
 
 const DAY_S = 86_400;
 const now = Math.floor(Date.now() / 1000);
@@ -43,15 +29,15 @@ const numbered = (count, title, newest) => Array.from({length: count},
 
 let appliance;
 let browser;
-let contexts = [];
-let problems = [];
+const contexts = [];
+const problems = [];
 
 before(async () => {
   appliance = new Appliance();
   for (const [language, texts] of Object.entries(TEXTS))
-    appliance.addTexts(language, sections(texts));
-  appliance.writeSettings('bob', {'KIVO.ZUI.NEXNotify.Setting.Application':
-    {notifcationSettings: [{category_enu: 'Attic', app: '', nexnotify: 'off'}]}});
+    appliance.write(`var/cache/texts/${language}/mails`, `\n${sections(texts)}\n`, 'a');
+  appliance.write('etc/kivo/settings/users/bob.json', JSON.stringify({'KIVO.ZUI.NEXNotify.Setting.Application':
+    {notifcationSettings: [{category_enu: 'Attic', app: '', nexnotify: 'off'}]}}));
   appliance.store('alice', numbered(40, 'LabAlarm', now - 40 * DAY_S));
   await appliance.serve();
   browser = await openBrowser();
@@ -63,8 +49,7 @@ after(async () => {
 });
 
 afterEach(async () => {
-  await Promise.all(contexts.map(context => context.close()));
-  contexts = [];
+  await Promise.all(contexts.splice(0).map(context => context.close()));
   assert.deepEqual(problems.splice(0), []);
 });
 
@@ -105,6 +90,9 @@ const shows = (page, selector, text) => page.locator(selector).filter({hasText: 
 const button = (page, name) => page.getByRole('button', {name, exact: true});
 const filterBy = (page, name) => page.locator('#categories').getByRole('button', {name}).click();
 
+// A test in a tab in which the user has signed in.
+const as = (user, test) => async () => test(await signIn(user));
+
 // Has the tool send a notification, which the page shows in a row with the text at its next look.
 async function arrives(page, user, text, ...notification) {
   appliance.notify(user, ...notification);
@@ -113,338 +101,289 @@ async function arrives(page, user, text, ...notification) {
   return row(page, text);
 }
 
-describe('signing in', () => {
-  it('takes the token out of the address and keeps it for the tab', async () => {
-    const page = await signIn('alice');
-    assert.equal(page.url(), `${appliance.origin}/`);
-    assert.match(await page.locator('#account').innerText(), /alice\s+Administrator/);
-    await page.reload();
-    await rows(page).first().waitFor();
+it('signing in takes the token out of the address and keeps it for the tab', as('alice', async page => {
+  assert.equal(page.url(), `${appliance.origin}/`);
+  assert.match(await page.locator('#account').innerText(), /alice\s+Administrator/);
+  await page.reload();
+  await rows(page).first().waitFor();
 
-    const other = await page.context().newPage();
-    await other.goto(appliance.origin);
-    await shows(other, '#sign-in', 'has not been given one');
-  });
+  const other = await page.context().newPage();
+  await other.goto(appliance.origin);
+  await shows(other, '#sign-in', 'has not been given one');
+}));
 
-  it('says how to get a link when the token is wrong, and takes one in the same tab', async () => {
-    const page = await (await newContext()).newPage();
-    await page.goto(`${appliance.origin}/#token=wrong`);
-    await shows(page, '#sign-in', 'not valid');
-    await page.goto(appliance.signInLink('bob'));
-    await shows(page, '#user', 'bob');
+it('signing in says how to get a link when the token is wrong, and takes one in the same tab', async () => {
+  const page = await (await newContext()).newPage();
+  await page.goto(`${appliance.origin}/#token=wrong`);
+  await shows(page, '#sign-in', 'not valid');
+  await page.goto(appliance.signInLink('bob'));
+  await shows(page, '#user', 'bob');
 
-    await page.getByRole('button', {name: 'Abmelden'}).click();
-    await page.locator('#sign-in').waitFor();
-    await page.reload();
-    await page.locator('#sign-in').waitFor();
-  });
+  await button(page, 'Abmelden').click();
+  await page.locator('#sign-in').waitFor();
+  await page.reload();
+  await page.locator('#sign-in').waitFor();
 });
 
-describe('the list', () => {
-  it('shows the newest of 10,000 with one request of each kind', async () => {
-    appliance.store('bob', numbered(10_000, 'AtticNote', now - 50 * DAY_S));
-    const page = await signIn('bob');
-    await showsRows(page, 30);
-    assert.deepEqual(page.context().requests.map(({path, action}) => `${path} ${action}`).sort(), [
-      '/session undefined',
-      'NEXNotify.Strings/1/get undefined',
-      'NEXNotify/1/notify load',
-      'NEXNotify/1/notify loadHaveNtAppList',
-    ]);
-  });
+it('the list shows the newest of 10,000 with one request of each kind', async () => {
+  appliance.store('bob', numbered(10_000, 'AtticNote', now - 50 * DAY_S));
+  const page = await signIn('bob');
+  await showsRows(page, 30);
+  assert.deepEqual(page.context().requests.map(({path, action}) => action ?? path).sort(),
+    ['/session', 'NEXNotify.Strings/1/get', 'load', 'loadHaveNtAppList']);
+});
 
-  it('goes on, page by page, until all are shown, newest first', async () => {
-    const page = await signIn('alice');
-    await page.locator('#hidden-too').check();
-    let shown = 30;
-    for (; await page.locator('#more').isVisible(); shown = await rows(page).count()) {
-      await button(page, 'Show more').click();
-      await page.waitForFunction(shown => document.querySelectorAll('.row').length > shown, shown);
-    }
-    await shows(page, '#shown', `${shown} of ${shown} notifications`);
-    const times = await page.locator('.row time').evaluateAll(times => times.map(time => time.dateTime));
-    assert.deepEqual(times, [...times].sort().reverse());
-  });
-
-  it('starts over when notifications arrived since the page that it goes on from', async () => {
-    appliance.store('carol', numbered(40, 'AtticNote', now - 60 * DAY_S));
-    const page = await signIn('carol');
-    appliance.notify('carol', 'LabAlarm', 'ROOM=Between', 'VALUE=1');
-    await page.locator('#more').click();
-    await row(page, 'Between').waitFor();
-    await showsRows(page, 60);
-    const notes = await page.locator('.row .text').filter({hasText: 'Note'}).allInnerTexts();
-    assert.equal(new Set(notes).size, notes.length);
-  });
-
-  it('shows level, category, text and time of a notification', async () => {
-    const page = await signIn('alice');
-    const alarm = await arrives(page, 'alice', 'Alarm in Cellar: 9 {ROOM}', 'LabAlarm', 'ROOM=Cellar', 'VALUE=9 {ROOM}');
-    assert.match(await alarm.innerText(), /Error\s+Laboratory\s+New\s+Alarm in Cellar: 9 \{ROOM\}\s+\d\d:\d\d/);
-    assert.match(await alarm.locator('.ago').innerText(), /now|minute ago/);
-    assert.equal(await alarm.locator('use').first().getAttribute('href'), '#icon-error');
-  });
-
-  it('shows what is stored as text, never as markup', async () => {
-    const page = await signIn('alice');
-    appliance.store('alice', [
-      notification('LabMarkup', now - 59, {}),
-      notification('LabAlarm', now - 58, {ROOM: MARKUP, VALUE: 5}),
-      notification(`photos:${MARKUP}`, now - 57, {[MARKUP]: MARKUP}),
-      {title: 'photos:bare', time: now - 56, msg: ['not JSON']},
-    ]);
-    await page.clock.fastForward(LOOK_MS);
-    await row(page, `${MARKUP} in {ROOM}`).waitFor();
-    await row(page, `Alarm in ${MARKUP}: 5`).waitFor();
-    const withoutText = row(page, `photos:${MARKUP}`);
-    assert.equal(await withoutText.locator('dt').innerText(), MARKUP);
-    assert.equal(await withoutText.locator('dd').innerText(), MARKUP);
-    await row(page, 'photos:bare').waitFor();
-    assert.equal(await page.locator('img').count(), 0);
-    assert.doesNotMatch(await page.title(), /ran/);
-  });
-
-  it('finds the notifications of a category however far back they are', async () => {
-    const page = await signIn('alice');
-    await filterBy(page, 'Laboratory');
-    await shows(page, '#shown', 'Showing 30 of “Laboratory”');
-    assert.equal(page.context().requests.filter(({action}) => action === 'load').length, 2);
-    assert.equal(await page.locator('.row .title').filter({hasNotText: 'Laboratory'}).count(), 0);
+it('the list goes on, page by page, until all are shown, newest first', as('alice', async page => {
+  await page.locator('#hidden-too').check();
+  let shown = 30;
+  for (; await page.locator('#more').isVisible(); shown = await rows(page).count()) {
     await button(page, 'Show more').click();
-    await row(page, 'Alarm in 40: 7').waitFor();
-    assert.equal(await page.locator('#more').isVisible(), false);
-
-    await filterBy(page, 'Attic');
-    await shows(page, '#empty', 'None of your notifications');
-    await button(page, 'Show all categories').click();
-    await showsRows(page, 30);
-
-    await filterBy(page, 'Other');
-    await row(page, 'nexnotify:system_event').first().waitFor();
-    assert.equal(await row(page, 'Laboratory').count(), 0);
-  });
-
-  it('shows the kinds hidden from the user when asked to', async () => {
-    const page = await signIn('carol');
-    const [, before] = (await page.locator('#shown').innerText()).match(/(\d+)\D*$/);
-    await page.locator('#hidden-too').check();
-    await page.waitForFunction(before =>
-      Number(document.querySelector('#shown').textContent.match(/(\d+)\D*$/)[1]) > before, Number(before));
-  });
-});
-
-describe('mail', () => {
-  it('is shown on demand, filled in, and said to be absent where there is none', async () => {
-    appliance.store('alice', [
-      notification('LabAlarm', now - 50, {ROOM: 'Hall', VALUE: '1'}),
-      notification('LabMarkup', now - 49, {ROOM: 'Yard'}),
-    ]);
-    const page = await signIn('alice');
-    for (const [text, mail] of [['Alarm in Hall', `Mail about Hall\n\n${MARKUP}`], ['in Yard', 'No mail is sent']]) {
-      await row(page, text).getByRole('button').click();
-      await row(page, text).locator('.mail').filter({hasText: mail}).waitFor();
-      await row(page, text).getByRole('button').click();
-      await row(page, text).locator('.mail').waitFor({state: 'hidden'});
-    }
-  });
-});
-
-describe('the language', () => {
-  it('changes texts, categories and the page’s own words, and is remembered for the user', async () => {
-    const page = await signIn('alice');
-    await page.locator('#language').selectOption({label: 'Deutsch'});
-    await shows(page, 'h1', 'Benachrichtigungen');
-    await filterBy(page, 'Labor');
-    await row(page, 'ist zu viel').first().waitFor();
-    assert.equal(await page.locator('html').getAttribute('lang'), 'de');
-    await page.reload();
-    await shows(page, 'h1', 'Benachrichtigungen');
-
-    const carol = await signIn('carol', {context: page.context()});
-    assert.equal(await carol.locator('html').getAttribute('lang'), 'fr');
-  });
-});
-
-describe('what is new', () => {
-  it('is noticed by a small request, counted, announced and marked until it is seen', async () => {
-    const page = await signIn('alice');
-    const {requests} = page.context();
-    requests.length = 0;
-    await page.clock.fastForward(LOOK_MS);
-    await page.waitForResponse(/notify/).catch(() => {});
-    assert.deepEqual(requests.map(({action, limit}) => [action, limit]), [['load', 1]]);
-
-    const alarm = await arrives(page, 'alice', 'Alarm in Tower', 'LabAlarm', 'ROOM=Tower', 'VALUE=3');
-    await alarm.locator('.new').waitFor();
-    await shows(page, '#badge', '1');
-    await shows(page, '#live', '1 new notification');
-    assert.match(await page.title(), /^\(1\) /);
-
-    await button(page, 'Mark as seen').click();
-    await page.locator('#badge').waitFor({state: 'hidden'});
-    assert.equal(await page.evaluate(() => document.activeElement.id), 'content');
-    assert.doesNotMatch(await page.title(), /\(/);
-
-    await page.goto('about:blank');
-    appliance.store('alice', [1, 2, 3].map(later =>
-      notification('AtticNote', Math.ceil(Date.now() / 1000) + later, {FLOOR: '1'})));
-    await page.goto(appliance.origin);
-    await shows(page, '#badge', '3');
-    await page.reload();
-    await rows(page).first().waitFor();
-    assert.equal(await page.locator('#badge').isVisible(), false);
-  });
-
-  it('keeps the focus where it is when rows arrive above', async () => {
-    const page = await signIn('alice');
-    await rows(page).nth(1).getByRole('button').click();
-    await arrives(page, 'alice', 'Alarm in Above', 'LabAlarm', 'ROOM=Above', 'VALUE=3');
-    assert.equal(await page.evaluate(() => document.activeElement.getAttribute('aria-expanded')), 'true');
-  });
-
-  it('is looked for more slowly while the page is hidden', async () => {
-    const page = await signIn('alice');
-    const {requests} = page.context();
-    const hide = hidden => page.evaluate(hidden => {
-      Object.defineProperty(document, 'hidden', {configurable: true, value: hidden});
-      document.dispatchEvent(new Event('visibilitychange'));
-    }, hidden);
-    await hide(true);
-    requests.length = 0;
-    await page.clock.runFor(SLOW_LOOK_MS - LOOK_MS);
-    assert.equal(requests.length, 0);
-    await Promise.all([page.waitForResponse(/notify/), page.clock.runFor(LOOK_MS)]);
-    await Promise.all([page.waitForResponse(/notify/), hide(false)]);
-    assert.equal(requests.length, 2);
-  });
-
-  it('raises desktop notifications of the categories that are on, once they were asked for', async () => {
-    const context = await newContext({permissions: ['notifications']});
-    await context.addInitScript(() => {
-      window.raised = [];
-      window.Notification = class extends Notification {
-        constructor(title, options) {
-          super(title, options);
-          raised.push(`${title}: ${options.body}`);
-        }
-      };
-    });
-    const page = await signIn('bob', {context});
-    await arrives(page, 'bob', 'Unasked', 'LabAlarm', 'ROOM=Unasked');
-    await page.locator('#desktop').click();
-    await shows(page, '#desktop[aria-checked=true]', '');
-    await arrives(page, 'bob', 'Silent', 'AtticNote', 'FLOOR=Silent');
-    await arrives(page, 'bob', 'Loud', 'LabAlarm', 'ROOM=Loud', 'VALUE=2');
-    await page.waitForFunction(() => raised.length > 0);
-    assert.deepEqual(await page.evaluate(() => raised), ['Labor: Alarm in Loud: 2 ist zu viel']);
-  });
-});
-
-describe('a host that does not answer', () => {
-  it('is said so, asked ever more slowly, and found again', async () => {
-    const page = await signIn('alice');
-    await appliance.stop();
-    const failed = () => page.waitForEvent('requestfailed');
-    await Promise.all([failed(), page.clock.runFor(LOOK_MS)]);
-    await shows(page, '#trouble', 'does not answer');
-    await shows(page, '#trouble', '60 seconds');
-    await Promise.all([failed(), page.clock.runFor(2 * LOOK_MS)]);
-    await shows(page, '#trouble', '120 seconds');
-    assert.equal(await rows(page).count(), 30);
-
-    await appliance.serve();
-    await button(page, 'Try now').click();
-    await page.locator('#trouble').waitFor({state: 'hidden'});
-    await shows(page, '#live', 'answers again');
-  });
-
-  it('has its own page when nothing is loaded yet, with a way on', async () => {
-    const page = await (await newContext()).newPage();
-    await page.route('**/session', route => route.abort(), {times: 1});
-    await page.goto(appliance.signInLink('alice'));
-    await shows(page, '#failed', 'does not answer');
-    await button(page, 'Try again').click();
-    await rows(page).first().waitFor();
-  });
-});
-
-describe('deleting all', () => {
-  it('names the number, asks, and empties the list in every tab', async () => {
-    const page = await signIn('carol');
-    const second = await signIn('carol', {context: page.context()});
-    await page.locator('#language').selectOption({label: 'English'});
-    await button(page, 'Delete all…').click();
-    const dialog = page.getByRole('dialog');
-    await dialog.waitFor();
-    const shown = Number((await page.locator('#shown').innerText()).match(/of (\d+)/)[1]);
-    const [, all, hidden] = (await dialog.innerText()).match(/Delete all (\d+) notifications\?\s+This includes (\d+)/);
-    assert.equal(Number(all), shown + Number(hidden));
-    await page.keyboard.press('Escape');
-    await dialog.waitFor({state: 'hidden'});
-    await button(page, 'Delete all…').click();
-    await button(page, `Delete ${all}`).click();
-    await shows(page, '#empty', 'You have no notifications');
-    assert.equal(await rows(page).count(), 0);
-
-    await second.clock.fastForward(LOOK_MS);
-    await second.locator('#empty').waitFor();
-  });
-});
-
-describe('for everyone', () => {
-  const states = {
-    '.mail:visible': page => rows(page).nth(1).getByRole('button').click(),
-    dialog: page => page.locator('#delete').click(),
-    '#empty': async page => {
-      await page.route('**/notify', async route => {
-        const {data} = await (await route.fetch()).json();
-        await route.fulfill({json: {success: true, data: 'newestMsgTime' in data ? {...data, items: [], total: 0} : data}});
-      });
-      await page.reload();
-    },
-    '#trouble': async page => {
-      await page.route('**/notify', route => route.abort());
-      await page.clock.fastForward(LOOK_MS);
-    },
-    '#failed': async page => {
-      await page.route('**/session', route => route.abort());
-      await page.reload();
-    },
-    '#sign-in': page => page.locator('#sign-out').click(),
-  };
-
-  for (const [state, reach] of Object.entries(states)) {
-    for (const [look, options] of Object.entries({
-      'light and wide': {colorScheme: 'light', viewport: {width: 1280, height: 900}},
-      'dark and narrow': {colorScheme: 'dark', viewport: {width: 360, height: 740}},
-    })) {
-      it(`${state}, ${look}, has no barrier and fits`, async () => {
-        const page = await signIn('bob', {bypassCSP: true, reducedMotion: 'reduce', ...options});
-        await reach(page);
-        await page.locator(state).waitFor();
-        await page.addScriptTag({path: AXE});
-        const {violations} = await page.evaluate(() => axe.run());
-        assert.deepEqual(violations.map(({id, nodes}) => [id, ...nodes.map(({html}) => html)]), []);
-        assert.equal(await page.evaluate(() => document.documentElement.scrollWidth <= innerWidth), true);
-      });
-    }
+    await page.waitForFunction(shown => document.querySelectorAll('.row').length > shown, shown);
   }
+  await shows(page, '#shown', `${shown} of ${shown} notifications`);
+  const times = await page.locator('.row time').evaluateAll(times => times.map(time => time.dateTime));
+  assert.deepEqual(times, [...times].sort().reverse());
+}));
 
-  it('is reached by keyboard: the skip link first, then the controls in the order of the page', async () => {
-    const page = await signIn('alice');
-    const focused = () => page.evaluate(() => document.activeElement.id);
-    await page.keyboard.press('Tab');
-    assert.equal(await focused(), 'skip');
-    await page.keyboard.press('Enter');
-    assert.equal(await focused(), 'list');
-    await page.keyboard.press('Tab');
-    await page.keyboard.press('Enter');
-    await rows(page).first().locator('.mail').waitFor();
-  });
+it('the list starts over when notifications arrived since the page that it goes on from', async () => {
+  appliance.store('carol', numbered(40, 'AtticNote', now - 60 * DAY_S));
+  const page = await signIn('carol');
+  appliance.notify('carol', 'LabAlarm', 'ROOM=Between', 'VALUE=1');
+  await page.locator('#more').click();
+  await row(page, 'Between').waitFor();
+  await showsRows(page, 60);
+  const notes = await page.locator('.row .text').filter({hasText: 'Note'}).allInnerTexts();
+  assert.equal(new Set(notes).size, notes.length);
 });
+
+it('the list shows level, category, text and time of what arrives, and leaves the focus where it is', as('alice', async page => {
+  await rows(page).nth(1).getByRole('button').click();
+  const alarm = await arrives(page, 'alice', 'Alarm in Cellar: 9 {ROOM}', 'LabAlarm', 'ROOM=Cellar', 'VALUE=9 {ROOM}');
+  assert.match(await alarm.innerText(), /Error\s+Laboratory\s+New\s+Alarm in Cellar: 9 \{ROOM\}\s+\d\d:\d\d/);
+  assert.match(await alarm.locator('.ago').innerText(), /now|minute ago/);
+  assert.equal(await alarm.locator('use').first().getAttribute('href'), '#icon-error');
+  assert.equal(await page.evaluate(() => document.activeElement.getAttribute('aria-expanded')), 'true');
+}));
+
+it('the list shows what is stored as text, never as markup', as('alice', async page => {
+  appliance.store('alice', [
+    notification('LabMarkup', now - 59, {}),
+    notification('LabAlarm', now - 58, {ROOM: MARKUP, VALUE: 5}),
+    notification(`photos:${MARKUP}`, now - 57, {[MARKUP]: MARKUP}),
+    {title: 'photos:bare', time: now - 56, msg: ['not JSON']},
+  ]);
+  await page.clock.fastForward(LOOK_MS);
+  for (const text of [`${MARKUP} in {ROOM}`, `Alarm in ${MARKUP}: 5`, 'photos:bare'])
+    await row(page, text).waitFor();
+  assert.deepEqual(await row(page, `photos:${MARKUP}`).locator('dt, dd').allInnerTexts(), [MARKUP, MARKUP]);
+  assert.equal(await page.locator('img').count(), 0);
+  assert.doesNotMatch(await page.title(), /ran/);
+}));
+
+it('the list finds the notifications of a category however far back they are', as('alice', async page => {
+  await filterBy(page, 'Laboratory');
+  await shows(page, '#shown', 'Showing 30 of “Laboratory”');
+  assert.equal(page.context().requests.filter(({action}) => action === 'load').length, 2);
+  assert.equal(await page.locator('.row .title').filter({hasNotText: 'Laboratory'}).count(), 0);
+  await button(page, 'Show more').click();
+  await row(page, 'Alarm in 40: 7').waitFor();
+  assert.equal(await page.locator('#more').isVisible(), false);
+
+  await filterBy(page, 'Attic');
+  await shows(page, '#empty', 'None of your notifications');
+  await button(page, 'Show all categories').click();
+  await showsRows(page, 30);
+
+  await filterBy(page, 'Other');
+  await row(page, 'nexnotify:system_event').first().waitFor();
+  assert.equal(await row(page, 'Laboratory').count(), 0);
+}));
+
+it('mail is shown on demand, filled in, and said to be absent where there is none', as('alice', async page => {
+  for (const [tag, room, mail] of [['LabAlarm', 'Hall', `Mail about Hall\n\n${MARKUP}`], ['LabMarkup', 'Yard', 'No mail is sent']]) {
+    const arrived = await arrives(page, 'alice', `in ${room}`, tag, `ROOM=${room}`);
+    await arrived.getByRole('button').click();
+    await arrived.locator('.mail').filter({hasText: mail}).waitFor();
+    await arrived.getByRole('button').click();
+    await arrived.locator('.mail').waitFor({state: 'hidden'});
+  }
+}));
+
+it('the language changes texts, categories and the page’s own words, and is remembered for the user', as('alice', async page => {
+  await page.locator('#language').selectOption({label: 'Deutsch'});
+  await shows(page, 'h1', 'Benachrichtigungen');
+  await filterBy(page, 'Labor');
+  await row(page, 'ist zu viel').first().waitFor();
+  assert.equal(await page.locator('html').getAttribute('lang'), 'de');
+  await page.reload();
+  await shows(page, 'h1', 'Benachrichtigungen');
+
+  const carol = await signIn('carol', {context: page.context()});
+  assert.equal(await carol.locator('html').getAttribute('lang'), 'fr');
+}));
+
+it('what is new is noticed by a small request, counted, announced and marked until it is seen', as('alice', async page => {
+  const {requests} = page.context();
+  requests.length = 0;
+  await Promise.all([page.waitForResponse(/notify/), page.clock.fastForward(LOOK_MS)]);
+  assert.deepEqual(requests.map(({action, limit}) => [action, limit]), [['load', 1]]);
+
+  const alarm = await arrives(page, 'alice', 'Alarm in Tower', 'LabAlarm', 'ROOM=Tower', 'VALUE=3');
+  await alarm.locator('.new').waitFor();
+  await shows(page, '#badge', '1');
+  await shows(page, '#live', '1 new notification');
+  assert.match(await page.title(), /^\(1\) /);
+
+  await button(page, 'Mark as seen').click();
+  await page.locator('#badge').waitFor({state: 'hidden'});
+  assert.equal(await page.evaluate(() => document.activeElement.id), 'content');
+  assert.doesNotMatch(await page.title(), /\(/);
+
+  await page.goto('about:blank');
+  appliance.store('alice', [1, 2, 3].map(later =>
+    notification('AtticNote', Math.ceil(Date.now() / 1000) + later, {FLOOR: '1'})));
+  await page.goto(appliance.origin);
+  await shows(page, '#badge', '3');
+  await page.reload();
+  await rows(page).first().waitFor();
+  assert.equal(await page.locator('#badge').isVisible(), false);
+}));
+
+it('what is new is looked for more slowly while the page is hidden', as('alice', async page => {
+  const {requests} = page.context();
+  const hide = hidden => page.evaluate(hidden => {
+    Object.defineProperty(document, 'hidden', {configurable: true, value: hidden});
+    document.dispatchEvent(new Event('visibilitychange'));
+  }, hidden);
+  await hide(true);
+  requests.length = 0;
+  await page.clock.runFor(SLOW_LOOK_MS - LOOK_MS);
+  assert.equal(requests.length, 0);
+  await Promise.all([page.waitForResponse(/notify/), page.clock.runFor(LOOK_MS)]);
+  await Promise.all([page.waitForResponse(/notify/), hide(false)]);
+  assert.equal(requests.length, 2);
+}));
+
+it('what is new raises desktop notifications of the categories that are on, once they were asked for', async () => {
+  const context = await newContext({permissions: ['notifications']});
+  await context.addInitScript(() => {
+    window.raised = [];
+    window.Notification = class extends Notification {
+      constructor(title, options) {
+        super(title, options);
+        raised.push(`${title}: ${options.body}`);
+      }
+    };
+  });
+  const page = await signIn('bob', {context});
+  await arrives(page, 'bob', 'Unasked', 'LabAlarm', 'ROOM=Unasked');
+  await page.locator('#desktop').click();
+  await shows(page, '#desktop[aria-checked=true]', '');
+  await arrives(page, 'bob', 'Silent', 'AtticNote', 'FLOOR=Silent');
+  await arrives(page, 'bob', 'Loud', 'LabAlarm', 'ROOM=Loud', 'VALUE=2');
+  await page.waitForFunction(() => raised.length > 0);
+  assert.deepEqual(await page.evaluate(() => raised), ['Labor: Alarm in Loud: 2 ist zu viel']);
+});
+
+it('a host that does not answer is said so, asked ever more slowly, and found again', as('alice', async page => {
+  await appliance.stop();
+  const failed = () => page.waitForEvent('requestfailed');
+  await Promise.all([failed(), page.clock.runFor(LOOK_MS)]);
+  await shows(page, '#trouble', 'does not answer');
+  await shows(page, '#trouble', '60 seconds');
+  await Promise.all([failed(), page.clock.runFor(2 * LOOK_MS)]);
+  await shows(page, '#trouble', '120 seconds');
+  assert.equal(await rows(page).count(), 30);
+
+  await appliance.serve();
+  await button(page, 'Try now').click();
+  await page.locator('#trouble').waitFor({state: 'hidden'});
+  await shows(page, '#live', 'answers again');
+}));
+
+it('a host that does not answer has its own page when nothing is loaded yet, with a way on', async () => {
+  const page = await (await newContext()).newPage();
+  await page.route('**/session', route => route.abort(), {times: 1});
+  await page.goto(appliance.signInLink('alice'));
+  await shows(page, '#failed', 'does not answer');
+  await button(page, 'Try again').click();
+  await rows(page).first().waitFor();
+});
+
+it('deleting all names the number, asks, and empties the list in every tab', as('carol', async page => {
+  const second = await signIn('carol', {context: page.context()});
+  await page.locator('#language').selectOption({label: 'English'});
+  await button(page, 'Delete all…').click();
+  const dialog = page.getByRole('dialog');
+  await dialog.waitFor();
+  const shown = Number((await page.locator('#shown').innerText()).match(/of (\d+)/)[1]);
+  const [, all, hidden] = (await dialog.innerText()).match(/Delete all (\d+) notifications\?\s+This includes (\d+)/);
+  assert.equal(Number(all), shown + Number(hidden));
+  await page.keyboard.press('Escape');
+  await dialog.waitFor({state: 'hidden'});
+  await page.locator('#hidden-too').check();
+  await shows(page, '#shown', `of ${all} notifications`);
+  await button(page, 'Delete all…').click();
+  await button(page, `Delete ${all}`).click();
+  await shows(page, '#empty', 'You have no notifications');
+  assert.equal(await rows(page).count(), 0);
+
+  await second.clock.fastForward(LOOK_MS);
+  await second.locator('#empty').waitFor();
+}));
+
+const states = {
+  '.mail:visible': page => rows(page).nth(1).getByRole('button').click(),
+  dialog: page => page.locator('#delete').click(),
+  '#empty': async page => {
+    await page.route('**/notify', route => route.fulfill({json: {success: true, data: {items: [], total: 0, newestMsgTime: 0}}}));
+    await page.reload();
+  },
+  '#trouble': async page => {
+    await page.route('**/notify', route => route.abort());
+    await page.clock.fastForward(LOOK_MS);
+  },
+  '#failed': async page => {
+    await page.route('**/session', route => route.abort());
+    await page.reload();
+  },
+  '#sign-in': page => page.locator('#sign-out').click(),
+};
+
+for (const [state, reach] of Object.entries(states)) {
+  for (const [look, options] of Object.entries({
+    'light and wide': {colorScheme: 'light', viewport: {width: 1280, height: 900}},
+    'dark and narrow': {colorScheme: 'dark', viewport: {width: 360, height: 740}},
+  })) {
+    it(`${state}, ${look}, has no barrier and fits`, async () => {
+      const page = await signIn('bob', {bypassCSP: true, reducedMotion: 'reduce', ...options});
+      await reach(page);
+      await page.locator(state).waitFor();
+      await page.addScriptTag({path: AXE});
+      const {violations} = await page.evaluate(() => axe.run());
+      assert.deepEqual(violations.map(({id, nodes}) => [id, ...nodes.map(({html}) => html)]), []);
+      assert.equal(await page.evaluate(() => document.documentElement.scrollWidth <= innerWidth), true);
+    });
+  }
+}
+
+it('everything is reached by keyboard: the skip link first, then the controls in the order of the page', as('alice', async page => {
+  const focused = () => page.evaluate(() => document.activeElement.id);
+  await page.keyboard.press('Tab');
+  assert.equal(await focused(), 'skip');
+  await page.keyboard.press('Enter');
+  assert.equal(await focused(), 'list');
+  await page.keyboard.press('Tab');
+  await page.keyboard.press('Enter');
+  await rows(page).first().locator('.mail').waitFor();
+}));
 
 // The page's plain functions, where the cases are many: in the browser that will run them.
-describe('texts', () => {
+it('texts are filled, read and named, and times given in words that fit the distance', async () => {
+  const noon = new Date(2026, 10, 22, 12);
+  const ago = [[20, 'now'], [50, '1 minute ago'], [3590, '59 minutes ago'], [3600, '1 hour ago'], [86_000, '23 hours ago'],
+    [6.9 * DAY_S, '6 days ago'], [29 * DAY_S, '4 weeks ago'], [364 * DAY_S, '11 months ago'], [800 * DAY_S, '2 years ago'],
+    [-180, 'in 3 minutes']].map(([seconds, words]) => ['ago', [new Date(noon - seconds * 1000), noon], words]);
   const cases = [
     ['fill', ['{A} and {A}, {B}', {A: '1'}], '1 and 1, {B}'],
     ['fill', ['{A}', {A: '{B}', B: 'x'}], '{B}'],
@@ -460,32 +399,17 @@ describe('texts', () => {
     ['nameOf', ['fre'], 'Français'],
     ['nameOf', ['xyz'], 'xyz'],
     ['keysOf', [[{a: 1}, {a: 2}, {a: 1}]], ['2 {"a":1}', '1 {"a":2}', '1 {"a":1}']],
+    ['momentOf', [1e300], null],
+    ['day', [new Date(2026, 10, 21, 23, 59), noon], 'Yesterday'],
+    ['dayInGerman', [new Date(2025, 0, 2), noon], '2. Januar 2025'],
+    ...ago,
   ];
-
-  it('are filled, read and named', async () => {
-    const page = await (await newContext()).newPage();
-    await page.goto(appliance.origin);
-    const answers = await page.evaluate(async cases => {
-      const functions = await import('/text.js');
-      return cases.map(([name, parameters]) => functions[name](...parameters.map(value => value ?? undefined)));
-    }, cases);
-    assert.deepEqual(answers, cases.map(([, , expected]) => expected));
-  });
-
-  it('give times in words that fit the distance', async () => {
-    const page = await (await newContext()).newPage();
-    await page.goto(appliance.origin);
-    const ago = await page.evaluate(async seconds => {
-      const {momentOf, timesIn} = await import('/time.js');
-      const now = new Date(2026, 10, 22, 12);
-      return [
-        ...seconds.map(distance => timesIn('en').ago(new Date(now - distance * 1000), now)),
-        timesIn('en').day(new Date(2026, 10, 21, 23, 59), now),
-        timesIn('de').day(new Date(2025, 0, 2), now),
-        momentOf(1e300),
-      ];
-    }, [20, 50, 3590, 3600, 86_000, 6.9 * DAY_S, 29 * DAY_S, 364 * DAY_S, 800 * DAY_S, -180]);
-    assert.deepEqual(ago, ['now', '1 minute ago', '59 minutes ago', '1 hour ago', '23 hours ago', '6 days ago',
-      '4 weeks ago', '11 months ago', '2 years ago', 'in 3 minutes', 'Yesterday', '2. Januar 2025', null]);
-  });
+  const page = await (await newContext()).newPage();
+  await page.goto(appliance.origin);
+  const answers = await page.evaluate(async cases => {
+    const times = await import('/time.js');
+    const functions = {...await import('/text.js'), ...times, ...times.timesIn('en'), dayInGerman: times.timesIn('de').day};
+    return cases.map(([name, parameters]) => functions[name](...parameters.map(value => value ?? undefined)));
+  }, cases);
+  assert.deepEqual(answers, cases.map(([, , expected]) => expected));
 });
