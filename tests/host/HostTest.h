@@ -208,13 +208,6 @@ protected:
                "\r\n\r\n" + body;
     }
 
-    /// What is answered to the bytes until the other side closes.
-    std::string SendRaw(const std::string& bytes) const {
-        const RawConnection connection(m_port);
-        connection.Send(bytes);
-        return connection.ReadAll();
-    }
-
     /// The standard error of the last process started.
     std::string Log() const { return m_root.Read("/log").value_or(""); }
     bool HasLogged(const std::string& text) const { return Log().find(text) != std::string::npos; }

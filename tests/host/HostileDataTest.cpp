@@ -30,7 +30,7 @@ constexpr char kTool[] = "/usr/kivo/bin/notification_utils";
 class HostileDataTest : public HostTest {
 protected:
     struct Case {
-        const char* what;
+        std::string what;
         /// What is answered to load, loadHaveNtAppList, the strings, the mail and apply.
         std::string answers;
         std::function<void()> arrange;
@@ -100,13 +100,6 @@ protected:
         m_root.WriteUserSettings(user, document);
     }
 
-    void MakeFolders(const std::vector<std::string>& paths) const {
-        for (const std::string& path : paths) {
-            std::filesystem::remove(m_root.Path(path));
-            std::filesystem::create_directories(m_root.Path(path));
-        }
-    }
-
     Json::Value Envelope(const std::string& body, const std::string& token = kToken,
                          const std::string& method = "/1/notify") const {
         return Send({.path = "/webapi/KIVO.Core.NEXNotify" + method, .body = body, .token = token})
@@ -160,19 +153,19 @@ protected:
 
 TEST_F(HostileDataTest, LargeOrBrokenFilesHaveTheirAnswer) {
     const std::string links = std::to_string(1'000'000 / kSmaller);
-    const std::string enu = "/var/cache/texts/enu/", ger = "/var/cache/texts/ger/";
-    ExpectAnswers({
+    std::vector<Case> cases = {
         {"a row of 64 MiB", "2, 1 on, 1, 1, null",
          [&] {
-             const std::string text(64 * kMebibyte / kSmaller, 'x');
-             m_root.AddMessage({1026}, R"({"title":"Tag","time":2,"msg":[")" + text + "\"]}", 2);
+             const std::string large(64 * kMebibyte / kSmaller, 'x');
+             m_root.AddMessage({1026}, R"({"title":"Tag","time":2,"msg":[")" + large + "\"]}", 2);
          }},
         {"a million links", links + ", 1 on, 1, 1, null",
          [&] {
-             m_root.Query("WITH RECURSIVE n(i) AS (VALUES(2) UNION ALL SELECT i + 1 FROM n WHERE i < " +
-                          links +
-                          ") INSERT INTO message SELECT i, '{\"title\":\"Tag\",\"time\":1}', i FROM n;"
-                          "INSERT INTO nexnotify SELECT 1026, message_id FROM message WHERE message_id > 1");
+             m_root.Query(
+                 "CREATE TABLE n AS WITH RECURSIVE n(i) AS (VALUES(2) UNION ALL SELECT i + 1 FROM n LIMIT " +
+                 links + " - 1) SELECT i FROM n");
+             m_root.Query(R"(INSERT INTO message SELECT i, '{"title":"Tag","time":1}', i FROM n)");
+             m_root.Query("INSERT INTO nexnotify SELECT 1026, i FROM n");
          }},
         {"catalogues of 50 MiB", "1, 1 on, " + std::to_string(kTagCount) + ", 1, null",
          [&] {
@@ -189,21 +182,25 @@ TEST_F(HostileDataTest, LargeOrBrokenFilesHaveTheirAnswer) {
         {"a table missing", "0, 1 on, 1, 1, 117", [&] { m_root.Query("DROP TABLE nexnotify"); }},
         {"a row that is no JSON", "0, 1 on, 1, 1, null",
          [&] { m_root.Query("UPDATE message SET message_content = 'x'"); }},
-        {"folder: database", "117, 1 on, 1, 1, 117", [&] { MakeFolders({kDatabase}); }},
-        {"folder: users", "401, 401, 401, 401, 401", [&] { MakeFolders({"/etc/kivo/users.json"}); }},
-        {"folder: catalogues", "0, [], 101, 117, null",
-         [&] {
-             MakeFolders({enu + "mails", ger + "mails"});
-         }},
-        {"folder: category file", "1, [], 101, 1, null",
-         [&] { MakeFolders({enu + "notification_category"}); }},
-        {"folder: tool", "1, [], 101, 1, null", [&] { MakeFolders({kTool}); }},
-        {"folder: all others", kHealthy,
-         [&] {
-             MakeFolders(
-                 {"/etc/kivo/settings/users/alice.json", "/usr/kivo/etc/notification/mails", kEvents});
-         }},
-    });
+    };
+    const std::string enu = "/var/cache/texts/enu/";
+    const std::vector<std::pair<std::string, std::vector<std::string>>> answersWithFolders = {
+        {"117, 1 on, 1, 1, 117", {kDatabase}},
+        {"401, 401, 401, 401, 401", {"/etc/kivo/users.json"}},
+        {"0, [], 101, 117, null", {enu + "mails", "/var/cache/texts/ger/mails"}},
+        {"1, [], 101, 1, null", {enu + "notification_category"}},
+        {"1, [], 101, 1, null", {kTool}},
+        {kHealthy, {"/etc/kivo/settings/users/alice.json", "/usr/kivo/etc/notification/mails", kEvents}},
+    };
+    for (const auto& [answers, paths] : answersWithFolders) {
+        cases.push_back({"folders at " + testing::PrintToString(paths), answers, [this, paths = paths] {
+                             for (const std::string& path : paths) {
+                                 std::filesystem::remove(m_root.Path(path));
+                                 std::filesystem::create_directories(m_root.Path(path));
+                             }
+                         }});
+    }
+    ExpectAnswers(cases);
 }
 
 TEST_F(HostileDataTest, FullAndReadOnlyDisksHaveTheirAnswer) {
