@@ -35,18 +35,14 @@ TEST_F(CategoryFile, IsGeneratedWhenMissingAsTheSuperuser) {
     fs::create_directories(fs::path(m_root.Path(kTool)).parent_path());
     fs::create_symlink(TOOL_FILE, m_root.Path(kTool));
     ProcessIdentity() = {.euid = 65534, .egid = 65534};
-    const std::string titled = R"("nexnotify":"on"}],"total":1})";
-    const std::string german =
-        R"(success: {"items":[{"app":"","appids":[],"category":"Speicher","category_enu":"Storage",)" +
-        titled;
-    EXPECT_EQ(Notify(kCategories, "bob", "ger"), german);
-    EXPECT_EQ(Runs(), 2);
-    EXPECT_EQ(ProcessIdentity().euid, 65534U);
-    EXPECT_EQ(Notify(kCategories, "bob", "ger"), german);
-    EXPECT_EQ(Runs(), 2) << "a file that exists is not made again";
-    EXPECT_EQ(Notify(kCategories, "bob", "enu"),
-              R"(success: {"items":[{"app":"","appids":[],"category":"Storage","category_enu":"Storage",)" +
-                  titled);
+    for (const auto& [language, title] :
+         {std::pair("ger", "Speicher"), {"ger", "Speicher"}, {"enu", "Storage"}}) {
+        EXPECT_EQ(Notify(kCategories, "bob", language),
+                  R"(success: {"items":[{"app":"","appids":[],"category":")" + std::string(title) +
+                      R"(","category_enu":"Storage","nexnotify":"on"}],"total":1})");
+        EXPECT_EQ(ProcessIdentity().euid, 65534U);
+        EXPECT_EQ(Runs(), 2) << "a file that exists is not made again";
+    }
     EXPECT_EQ(LogLines(), std::vector<LogLine>{});
 }
 
