@@ -81,16 +81,5 @@ TEST_F(CategoryFile, IsNotGeneratedWithoutTheSuperuser) {
     EXPECT_EQ(LogLines()[1].text, NotFound("enu"));
 }
 
-TEST_F(CategoryFile, MustBeJson) {
-    const std::string notParsed = "CategorySettings.cpp:485 pasre json file failed. Bad message";
-    m_root.Write("/var/cache/texts/enu/notification_category", "{\"All\": [");
-    EXPECT_EQ(Notify(kCategories, "bob", "ger"), kNoCategories);
-    m_root.Write("/var/cache/texts/enu/notification_category", "{}");
-    m_root.Write("/var/cache/texts/ger/notification_category", std::string(1500, '['));
-    EXPECT_EQ(Notify(kCategories, "bob", "ger"), kNoCategories);
-    EXPECT_EQ(LogLines(), (std::vector<LogLine>{{3, notParsed}, {3, notParsed}}));
-    EXPECT_EQ(Runs(), 0);
-}
-
 }  // namespace
 }  // namespace KIVO::Test
