@@ -17,7 +17,6 @@ protected:
         m_root.Write("/var/log/kivo/events.jsonl", "");
         m_root.WriteCatalogue("enu", "[Known]\nmessage=m\n");
         m_root.CreateDatabase();
-        m_root.AddMessage({1027, 1028}, kContent, 0);
         m_writer = std::jthread([this](const std::stop_token& stop) { Write(stop); });
     }
 
@@ -32,18 +31,14 @@ protected:
     bool IsEnough(int requests) const { return requests >= 20 && m_added >= 20; }
 
 private:
-    static constexpr char kContent[] = R"({"title":"Known","time":1})";
-
     void Write(const std::stop_token& stop) {
         sqlite3* database = nullptr;
         sqlite3_open(m_root.Path("/var/lib/kivo/nexnotify.db").c_str(), &database);
-        const std::string add =
-            std::string("BEGIN IMMEDIATE; INSERT INTO message(message_content, timestamp) VALUES('") +
-            kContent +
-            "', 1); INSERT INTO nexnotify VALUES(1027, last_insert_rowid()), "
-            "(1028, last_insert_rowid()); COMMIT;";
+        constexpr char kAdd[] = R"(BEGIN IMMEDIATE; INSERT INTO message(message_content, timestamp) )"
+                                R"(VALUES('{"title":"Known","time":1}', 1); INSERT INTO nexnotify )"
+                                R"(VALUES(1027, last_insert_rowid()), (1028, last_insert_rowid()); COMMIT;)";
         while (!stop.stop_requested()) {
-            if (sqlite3_exec(database, add.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK) {
+            if (sqlite3_exec(database, kAdd, nullptr, nullptr, nullptr) == SQLITE_OK) {
                 ++m_added;
             } else {
                 sqlite3_exec(database, "ROLLBACK", nullptr, nullptr, nullptr);
@@ -52,12 +47,12 @@ private:
         sqlite3_close(database);
     }
 
-    std::atomic<int> m_added = 1;
+    std::atomic<int> m_added = 0;
     std::jthread m_writer;
 };
 
 TEST_F(BusyDatabase, LoadWaitsAndAnswersAllThatIsThere) {
-    unsigned total = 1;
+    unsigned total = 0;
     for (int i = 0; !IsEnough(i); ++i) {
         const APIResponse response =
             Ask("KIVO.Core.NEXNotify", "notify", R"({"action":"load","limit":5})", "bob");

@@ -81,11 +81,9 @@ TEST_F(NotifyRequest, NeedsTheSuperuserForWhatTouchesTheDatabase) {
 
 TEST_F(NotifyRequest, LetsNoExceptionOutAndNothingHeld) {
     for (const auto& [request, throwing] : {
-             std::pair(kLoad, "KIVOUserGetUGID"),
-             {kLoad, "nexnotifyDbOpen"},
+             std::pair(kLoad, "nexnotifyDbOpen"),
              {kLoad, "nexnotifyDbRunSql"},
              {kLoad, "KIVOSysNotifyIsAllow"},
-             {kApply, "KIVOUserGetUGID"},
              {kApply, "nexnotifyDbRunSql"},
              {kApply, "KIVOLogSet1"},
          }) {
