@@ -14,29 +14,28 @@
 
 namespace {
 
+using namespace KIVO::Fuzz;
+
 /// What a lookup found, "" when nothing.
 std::string Found(int result, const NString& record) {
     std::string found;
     for (const char* text :
          {record.category, record.level, record.messageText, record.altMessageText, record.mailText}) {
-        KIVO::Fuzz::Expect("no text of a failed lookup", result == 0 || text == nullptr);
         found += text != nullptr ? std::string("|") + text : "-";
     }
+    ExpectEqual("text of a failed lookup", result == 0 ? found : "-----", found);
     return result == 0 ? found : "";
 }
 
 /// The category file's number of events, -1 without the file.
-int CategoryFileSize() {
-    try {
-        WriteCategoryFile("enu");
-    } catch (const std::runtime_error&) {
-        return -1;
-    }
+int CategoryFileSize() try {
+    WriteCategoryFile("enu");
     Json::Value document;
-    KIVO::Appliance::ParseJson(*KIVO::Fuzz::Root().Read("/var/cache/texts/enu/notification_category"),
-                               document);
-    KIVO::Fuzz::Expect("array of events", document["All"].isArray());
+    KIVO::Appliance::ParseJson(*Root().Read("/var/cache/texts/enu/notification_category"), document);
+    Expect("array of events", document["All"].isArray());
     return static_cast<int>(document["All"].size());
+} catch (const std::runtime_error&) {
+    return -1;
 }
 
 }  // namespace

@@ -1,10 +1,8 @@
 #include "fuzz/Support.h"
 
-#include <syslog.h>
-#include <unistd.h>
+#include <sys/types.h>
 
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
@@ -14,34 +12,34 @@ namespace KIVO::Fuzz {
 const Test::ApplianceRoot& Root() {
     static const Test::ApplianceRoot root;
     if (!root.Read("/etc/kivo/users.json")) {
-        root.WriteUsers({{.name = "alice", .token = kToken},
+        root.WriteUsers({{.name = "alice", .hiddenTags = {"Hidden"}, .token = kToken},
                          {.name = "member", .apps = {kApp}},
                          {.name = "admin", .groups = {"administrators"}}});
-        root.WriteCatalogue("enu", "[Known]\n");
+        root.WriteCatalogue("enu", "[Known]\n[Hidden]\n[5]\n[true]\n");
         root.WriteCatalogue("ger", "");
         root.CreateDatabase();
     }
     return root;
 }
 
-std::string& Log() {
-    static std::string log;
-    return log;
-}
-
-std::vector<std::string> SplitTexts(const std::string& input, std::size_t skipped, std::size_t count) {
+std::vector<std::string> SplitTexts(const std::string& input, std::size_t skipped) {
     std::vector<std::string> texts;
     std::istringstream stream(input.substr(std::min(skipped, input.size())));
     for (std::string text; std::getline(stream, text, '\0');) {
         texts.push_back(text);
     }
-    texts.resize(std::max(texts.size(), count));
     return texts;
 }
 
 std::string Text(const APIResponse& response) {
     return std::to_string(response.GetAnswerCount()) + " times, error " +
            std::to_string(response.GetErrorCode()) + ": " + Appliance::WriteJson(response.GetData());
+}
+
+std::string Success(const Json::Value& data) {
+    APIResponse response;
+    response.SetSuccess(data);
+    return Text(response);
 }
 
 void ExpectEqual(const char* what, const std::string& expected, const std::string& actual) {
@@ -58,23 +56,24 @@ void Expect(const char* what, bool holds) { ExpectEqual(what, "1", std::to_strin
 
 extern "C" {
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    KIVO::Fuzz::Log().clear();
-    KIVO::Fuzz::Try(std::string(data, data + size));
+int LLVMFuzzerTestOneInput(const char* data, std::size_t size) {
+    KIVO::Fuzz::logged.clear();
+    KIVO::Fuzz::Try(std::string(data, size));
     return 0;
 }
 
-EXPORTED uid_t geteuid() noexcept { return 0; }
-EXPORTED gid_t getegid() noexcept { return 0; }
+// The process is the superuser's in its own eyes and those of the platform's libraries, and logs to itself.
+KIVO_PUBLIC uid_t geteuid() noexcept { return 0; }
+KIVO_PUBLIC gid_t getegid() noexcept { return 0; }
 
-EXPORTED void syslog(int, const char* format, ...) {
+KIVO_PUBLIC void syslog(int, const char* format, ...) {
     char text[4096];
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     const std::string line = text;
-    KIVO::Fuzz::Log() += line.substr(line.find(' ') + 1) + '\n';
+    KIVO::Fuzz::logged += line.substr(line.find(' ') + 1) + '\n';
 }
 
 }  // extern "C"
