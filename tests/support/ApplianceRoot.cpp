@@ -94,7 +94,8 @@ void ApplianceRoot::CreateDatabase() const {
 long long ApplianceRoot::AddMessage(const std::vector<int>& uids, const std::optional<std::string>& content,
                                     long long timestamp) const {
     std::string hex;
-    for (const unsigned char byte : content.value_or("")) {
+    for (const char character : content.value_or("")) {
+        const auto byte = static_cast<unsigned char>(character);
         hex += {"0123456789abcdef"[byte / 16], "0123456789abcdef"[byte % 16]};
     }
     std::string sql = "INSERT INTO message(message_content, timestamp) VALUES(CAST(" +
