@@ -431,6 +431,7 @@ function draw() {
   const isEmpty = shown.length === 0 && loaded.length >= total;
   list.draw(shown, isNew);
   byId('list').hidden = shown.length === 0;
+  byId('skip').href = shown.length === 0 ? '#content' : '#list';  // to what is there
 
   // Written anew it would be read out anew.
   const counts = isEmpty ? '' : countsOf(shown.length);

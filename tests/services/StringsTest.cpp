@@ -61,13 +61,15 @@ TEST_F(Strings, KeepToThePackage) {
     m_root.Write(kPackages,
                  R"({"Video":{"keyArray":["Full","Unlisted","Bare"],"other":1},"Empty":{"keyArray":[]},)"
                  R"("NoKeys":{},"Odd":{"keyArray":["Full",{}]},"Text":{"keyArray":"Full"},"List":[],)"
-                 R"("Number":{"keyArray":[7]}})");
+                 R"("Number":{"keyArray":[7]},"Map":{"keyArray":{"0":"Full"}},)"
+                 R"("Twice":{"keyArray":["Bare"],"keyArray":["Full"]}})");
     const std::string video = R"({"pkgName":"Video"})";
     EXPECT_EQ(Get(video), "success: {" + kBare + "," + kFull + "}");
+    EXPECT_EQ(Get(R"({"pkgName":"Twice"})"), "success: {" + kFull + "}");
     EXPECT_EQ(Get(R"({"pkgName":""})"), Get("{}"));
     EXPECT_EQ(Get(R"({"pkgName":null})"), Get("{}"));
     for (const char* name : {R"("Empty")", R"("video")", R"("NoKeys")", R"("Odd")", R"("Text")", R"("List")",
-                             R"("Number")", "5"}) {
+                             R"("Number")", R"("Map")", "5"}) {
         EXPECT_EQ(Get(R"({"pkgName":)" + std::string(name) + "}"), "success: null") << name;
     }
     for (const char* configuration : {"nonsense", "[1]"}) {

@@ -1,6 +1,6 @@
 // Takes the picture of the page, with the file to write as its argument: script/screenshot runs it.
-import {Appliance} from './appliance.js';
-import {openBrowser} from './browser.js';
+import {Appliance} from '../tests/page/appliance.js';
+import {openBrowser} from '../tests/page/browser.js';
 
 const [, , file] = process.argv;
 const LAST_LOOK_S = Date.now() / 1000 - 20 * 60;
