@@ -1,6 +1,7 @@
 #include "module/JsonScan.h"
 
 #include <new>
+#include <string>
 
 namespace KIVO::NEXNotify {
 
@@ -10,6 +11,10 @@ namespace {
 constexpr size_t kMaxDepth = 256;
 // Holds a common notification, so that the parser seldom grows.
 constexpr size_t kInitialCapacity = 4096;
+
+// At its first use simdjson looks for the processor's best implementation, and ends the process when memory is
+// short there. So that comes when the module is loaded, and no request meets it.
+[[maybe_unused]] const std::string kImplementation = simdjson::get_active_implementation()->name();
 
 }  // namespace
 

@@ -3,7 +3,6 @@
 // back, has answered at most once, and has logged nothing but the lines that log readers know.
 
 #include <gtest/gtest.h>
-#include <simdjson.h>
 
 #include <filesystem>
 #include <iostream>
@@ -29,9 +28,6 @@ protected:
             "bob", Parse(R"({"KIVO.ZUI.NEXNotify.Setting.Application":{"notifcationSettings":[]}})"));
         m_root.Write("/var/log/kivo/events.jsonl", "");
         m_root.CreateDatabase();
-        // simdjson looks for the processor's best implementation on first use, once a process, and does not
-        // survive running short of memory there.
-        simdjson::get_active_implementation()->name();
     }
 
     /// Makes the request, ever anew, with the N-th failure that `arm` puts in place. `arm` gets N and the
