@@ -9,29 +9,12 @@
 namespace KIVO::Test {
 namespace {
 
-/// A database to which another writer adds notifications for bob and carol as fast as it can, each in a
-/// transaction of its own, for as long as the test runs.
-class BusyDatabase : public ModuleTest {
-protected:
-    BusyDatabase() {
-        m_root.Write("/var/log/kivo/events.jsonl", "");
-        m_root.WriteCatalogue("enu", "[Known]\nmessage=m\n");
-        m_root.CreateDatabase();
-        m_writer = std::jthread([this](const std::stop_token& stop) { Write(stop); });
-    }
-
-    /// The number of notifications that each of the two has been given.
-    int StopWriter() {
-        m_writer.request_stop();
-        m_writer.join();
-        return m_added;
-    }
-
-    /// Whether a test that has asked so often has met a busy writer for long enough.
-    bool IsEnough(int requests) const { return requests >= 20 && m_added >= 20; }
-
-private:
-    void Write(const std::stop_token& stop) {
+TEST_F(ModuleTest, LoadAndApplyWaitForAWriterThatNeverRests) {
+    m_root.Write("/var/log/kivo/events.jsonl", "");
+    m_root.WriteCatalogue("enu", "[Known]\nmessage=m\n");
+    m_root.CreateDatabase();
+    std::atomic<int> added = 0;  // to bob and to carol, each in a transaction of its own
+    std::jthread writer([&](const std::stop_token& stop) {
         sqlite3* database = nullptr;
         sqlite3_open(m_root.Path("/var/lib/kivo/nexnotify.db").c_str(), &database);
         constexpr char kAdd[] = R"(BEGIN IMMEDIATE; INSERT INTO message(message_content, timestamp) )"
@@ -39,38 +22,28 @@ private:
                                 R"(VALUES(1027, last_insert_rowid()), (1028, last_insert_rowid()); COMMIT;)";
         while (!stop.stop_requested()) {
             if (sqlite3_exec(database, kAdd, nullptr, nullptr, nullptr) == SQLITE_OK) {
-                ++m_added;
+                ++added;
             } else {
                 sqlite3_exec(database, "ROLLBACK", nullptr, nullptr, nullptr);
             }
         }
         sqlite3_close(database);
-    }
-
-    std::atomic<int> m_added = 0;
-    std::jthread m_writer;
-};
-
-TEST_F(BusyDatabase, LoadWaitsAndAnswersAllThatIsThere) {
+    });
     unsigned total = 0;
-    for (int i = 0; !IsEnough(i); ++i) {
-        const APIResponse response =
-            Ask("KIVO.Core.NEXNotify", "notify", R"({"action":"load","limit":5})", "bob");
-        ASSERT_EQ(response.GetState(), APIResponse::State::Success);
-        ASSERT_GE(response.GetData()["total"].asUInt(), total);
-        total = response.GetData()["total"].asUInt();
-    }
-    StopWriter();
-    EXPECT_EQ(LogLines(), std::vector<LogLine>{});
-}
-
-TEST_F(BusyDatabase, ApplyWaitsAndDeletesNoOtherUsersRows) {
-    for (int i = 0; !IsEnough(i); ++i) {
+    for (int i = 0; i < 20 || added < 20; ++i) {
+        const APIResponse loaded =
+            Ask("KIVO.Core.NEXNotify", "notify", R"({"action":"load","limit":5})", "carol");
+        ASSERT_EQ(loaded.GetState(), APIResponse::State::Success);
+        ASSERT_GE(loaded.GetData()["total"].asUInt(),
+                  std::exchange(total, loaded.GetData()["total"].asUInt()));
         ASSERT_EQ(Notify(R"({"action":"apply","clean":"all"})", "bob"), "success: null");
     }
-    const int added = StopWriter();
-    EXPECT_EQ(m_root.Query("SELECT count(*) FROM nexnotify WHERE uid = 1028")[0][0], std::to_string(added));
-    EXPECT_EQ(m_root.Query("SELECT count(*) FROM message")[0][0], std::to_string(added));
+    writer.request_stop();
+    writer.join();
+    for (const char* query :
+         {"SELECT count(*) FROM nexnotify WHERE uid = 1028", "SELECT count(*) FROM message"}) {
+        EXPECT_EQ(m_root.Query(query)[0][0], std::to_string(added)) << query;
+    }
     EXPECT_EQ(LogLines(), std::vector<LogLine>{});
 }
 

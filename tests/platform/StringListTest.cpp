@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "kivocore/error.h"
-#include "kivocore/file.h"
+#include <string>
+
 #include "kivocore/list.h"
-#include "tests/support/ApplianceRoot.h"
 
 namespace {
 
@@ -23,24 +22,6 @@ TEST(StringList, KeepsItsStringsThroughGrowthAndAnswersOutsideThem) {
         KLIBCSzListFree(list);
     }
     EXPECT_EQ(KLIBCSzListAlloc(-1), nullptr);
-}
-
-TEST(StringList, TakesTheSectionsOfAFileInItsOrder) {
-    const KIVO::Test::ApplianceRoot root;
-    root.Write("/sections", "[Zeta]\nkey=1\n\n# note\n[alpha:beta]\n[Zeta]\nother=2\n");
-    root.Write("/empty", "");
-    KLIBCSzList* list = KLIBCSzListAlloc(1);
-    KLIBCSzListPush(&list, "earlier");
-    for (const auto& [path, count] :
-         {std::pair("/sections", 2), std::pair("/empty", 0), std::pair("/missing", -1)}) {
-        EXPECT_EQ(KLIBCFileEnumSection(root.Path(path).c_str(), &list), count) << path;
-    }
-    EXPECT_EQ(KLIBCErrGet(), 0x0900);
-    EXPECT_STREQ(KLIBCErrorGetFile(), "File.cpp");
-    EXPECT_EQ(KLIBCSzListSize(list), 3);
-    EXPECT_STREQ(KLIBCSzListGet(list, 1), "Zeta");
-    EXPECT_STREQ(KLIBCSzListGet(list, 2), "alpha:beta");
-    KLIBCSzListFree(list);
 }
 
 }  // namespace

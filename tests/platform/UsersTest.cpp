@@ -57,7 +57,11 @@ TEST(Users, AFileThatIsBeingRewrittenKeepsItsUsers) {
         EXPECT_EQ(UidOf("alice"), 1026) << broken;
         EXPECT_EQ(LogLines().size(), 1U) << broken << ": once for one state of the file";
     }
-    root.WriteUsers({{.name = "alice", .uid = 1027}});
+    {
+        const KIVO::Appliance::UsersSnapshot snapshot;
+        root.WriteUsers({{.name = "alice", .uid = 1027}});
+        EXPECT_EQ(UidOf("alice"), 1026) << "One request sees one state of the users.";
+    }
     EXPECT_EQ(UidOf("alice"), 1027);
     root.Write("/other/etc/kivo/users.json", "");
     setenv("KIVO_ROOT", root.Path("/other").c_str(), 1);
