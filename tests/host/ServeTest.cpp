@@ -1,7 +1,5 @@
 #include <sys/resource.h>
 
-#include <deque>
-#include <future>
 #include <map>
 
 #include "tests/host/HostTest.h"
@@ -202,21 +200,13 @@ TEST_F(HostTest, ARequestThatMemoryIsTooShortForCostsNoOther) {
     EXPECT_EQ(m_host->Workers(), workers);
 }
 
+// That bytes which keep coming, or idle connections by the thousand, hold nobody up is the soak's to show.
 TEST_F(HostTest, ASlowSenderKeepsNobodyWaitingAndASilentOneIsCutOff) {
     Serve();
     const std::string request = RawRequest(R"({"text":"slow"})");
     const RawConnection idle(m_port), stopped(m_port);
     stopped.Send(request.substr(0, request.size() - 1));
     const auto start = std::chrono::steady_clock::now();
-    const auto age = [start] { return std::chrono::steady_clock::now() - start; };
-    auto trickle = std::async(std::launch::async, [&] {
-        const RawConnection endless(m_port);
-        while (endless.Send("x") && age() < 60s) {
-            std::this_thread::sleep_for(200ms);
-        }
-        return age();
-    });
-
     const RawConnection slow(m_port);
     for (const char letter : request) {
         slow.Send({letter});
@@ -225,24 +215,7 @@ TEST_F(HostTest, ASlowSenderKeepsNobodyWaitingAndASilentOneIsCutOff) {
     EXPECT_NE(slow.ReadAll().find("\"text\":\"slow\""), std::string::npos);
     EXPECT_EQ(stopped.ReadAll(), "");
     EXPECT_EQ(idle.ReadAll(), "");
-    EXPECT_LT(age(), 15s);
-    const auto trickled = trickle.get();
-    EXPECT_GT(trickled, 25s);
-    EXPECT_LT(trickled, 45s) << "Bytes that keep coming do not hold a connection for ever.";
-}
-
-TEST_F(HostTest, IdleConnectionsKeepNobodyOut) {
-    Serve();
-    const auto start = std::chrono::steady_clock::now();
-    std::deque<RawConnection> idle;
-    for (int i = 0; i < 800; ++i) {
-        idle.emplace_back(m_port);
-    }
-    EXPECT_EQ(Send().status, 200);
-    EXPECT_EQ(idle.front().ReadAll(), "") << "The oldest one made room.";
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 8s) << "Nobody waited for the idle timeout.";
-    idle.back().Send(RawRequest("{}"));
-    EXPECT_EQ(idle.back().ReadAll().find("HTTP/1.1 200"), 0U);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 15s);
 }
 
 }  // namespace
