@@ -3,7 +3,6 @@
 #include <json/reader.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <utility>
 
@@ -14,8 +13,11 @@ namespace KIVO::NEXNotify {
 bool ParseJsonText(std::string_view text, Json::Value& value) {
     try {
         return Json::Reader().parse(text.data(), text.data() + text.size(), value, false);
-    } catch (const Json::Exception&) {
-        // The parser reports nesting beyond its limit in this way.
+    } catch (const Json::RuntimeError& error) {
+        // The parser reports nesting beyond its limit in this way, and the values that memory is short.
+        if (std::string_view(error.what()).find("stackLimit") == std::string_view::npos) {
+            throw;
+        }
         return false;
     }
 }
@@ -36,15 +38,6 @@ std::optional<std::string> ReadTextFile(const std::string& path) {
         text.append(chunk, count);
     }
     return std::ferror(file.get()) == 0 ? std::optional(std::move(text)) : std::nullopt;
-}
-
-bool fromFile(Json::Value& value, const std::string& path) {
-    const auto text = ReadTextFile(path);
-    if (text && !ParseJsonText(*text, value)) {
-        errno = EBADMSG;
-        return false;
-    }
-    return text.has_value();
 }
 
 }  // namespace KIVO::NEXNotify

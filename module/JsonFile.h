@@ -16,8 +16,4 @@ bool ParseJsonText(std::string_view text, Json::Value& value);
 /// The content of the file at the path; nothing, with errno telling why, when it cannot be read.
 std::optional<std::string> ReadTextFile(const std::string& path);
 
-/// Reads the whole file at the path and parses it into the value. False, with errno telling why, when it
-/// cannot be read (EBADMSG: it is not valid JSON).
-bool fromFile(Json::Value& value, const std::string& path);
-
 }  // namespace KIVO::NEXNotify

@@ -67,7 +67,7 @@ Tags ParseTags(std::string_view configuration, const std::string& package) {
                 tags.insert(keys[i].asString());
             }
         }
-    } catch (const Json::Exception&) {
+    } catch (const Json::LogicError&) {
         // A member of another type: as good as a package that is not listed.
         tags.clear();
     }

@@ -56,8 +56,12 @@ bool Parse(const std::string& text, Json::Value& value, std::string& error) {
             return true;
         }
         error = FirstFinding(report);
-    } catch (const Json::Exception& exception) {  // nested too deep, which the library throws
+    } catch (const Json::RuntimeError& exception) {
+        // The library throws when a text is nested too deep, and also when memory is short.
         error = exception.what();
+        if (error.find("stackLimit") == std::string::npos) {
+            throw;
+        }
     }
     return false;
 }

@@ -110,7 +110,7 @@ int setresgid(gid_t real, gid_t effective, gid_t saved) noexcept {
 int getpwnam_r(const char* name, passwd* entry, char*, size_t size, passwd** result) {
     Identity& identity = ProcessIdentity();
     identity.givenBufferSize = size;
-    const bool isKnown = identity.accounts.contains(name);
+    const bool isKnown = !Fails("getpwnam_r") && identity.accounts.contains(name);
     entry->pw_uid = 0;
     entry->pw_gid = 0;
     *result = isKnown ? entry : nullptr;
@@ -120,19 +120,20 @@ int getpwnam_r(const char* name, passwd* entry, char*, size_t size, passwd** res
 long __sysconf(int name) noexcept;  // NOLINT(bugprone-reserved-identifier): the C library's own
 
 long sysconf(int name) noexcept {
-    return name == _SC_GETPW_R_SIZE_MAX ? ProcessIdentity().lookupBufferSize : __sysconf(name);
+    if (name != _SC_GETPW_R_SIZE_MAX) {
+        return __sysconf(name);
+    }
+    return Fails("sysconf") ? -1 : ProcessIdentity().lookupBufferSize;
 }
 
 FORWARD(int, KLIBCFileExist, 0, (const char* path), (path))
 FORWARD(int, KLIBCFileEnumSection, -1, (const char* path, KLIBCSzList** list), (path, list))
+FORWARD(const char*, KLIBCSzListGet, nullptr, (const KLIBCSzList* list, int index), (list, index))
 FORWARD(int, KLIBCSzListFind, -1, (const KLIBCSzList* list, const char* text), (list, text))
 FORWARD(int, KLIBCExec, -1, (const char* path, const char* a, const char* b, const char* c, const char* d),
         (path, a, b, c, d))
 FORWARD(int, KLIBGroupIsAdminGroupMem, 0, (const char* user, int flags), (user, flags))
 FORWARD(int, KIVOUserGetUGID, -1, (const char* user, int* uid, int* gid), (user, uid, gid))
-FORWARD(int, KIVOLogSet1, -1,
-        (int category, int level, unsigned code, const char* a, const char* b, const char* c, const char* d),
-        (category, level, code, a, b, c, d))
 FORWARD(int, KIVONotifyStringGetByFp, -1, (FILE * file, const char* tag, NString* record),
         (file, tag, record))
 FORWARD(int, nexnotifyDbRunSql, -1,
@@ -143,6 +144,16 @@ RELEASE(KLIBCSzListFree, KLIBCSzList)
 RELEASE(KIVONotifyStringFree, NString)
 RELEASE(nexnotifyDbClose, sqlite3)
 RELEASE(sqlite3_free, void)
+
+int KIVOLogSet1(int category, int level, unsigned code, const char* a, const char* b, const char* c,
+                const char* d) {
+    const bool fails =
+        Fails("KIVOLogSet1") || REAL(KIVOLogSet1)(category, level, code, a, b, c, d) != 0;
+    if (fails) {
+        Count("KIVOLogSet1:", "failed");
+    }
+    return fails ? -1 : 0;
+}
 
 int KLIBAppPrivUserHas(const char* user, const char* appId, const char* address) {
     EXPECT_STREQ(address, "ignore");
@@ -198,6 +209,16 @@ std::string KIVO::APIRequest::GetUILanguage() const {
     return Fails("GetUILanguage")
                ? throw std::runtime_error("from the framework")
                : Real<TextOfRequest>("_ZNK4KIVO10APIRequest13GetUILanguageB5cxx11Ev")(this);
+}
+
+bool KIVO::APIRequest::IsAdmin() const {
+    return !Fails("IsAdmin") && Real<bool(const APIRequest*)>("_ZNK4KIVO10APIRequest7IsAdminEv")(this);
+}
+
+bool KivoSettings::getGrpJsonSettingMtime(const char* group, unsigned long long& mtime) const {
+    return !Fails("getGrpJsonSettingMtime") &&
+           Real<bool(const KivoSettings*, const char*, unsigned long long&)>(
+               "_ZNK12KivoSettings22getGrpJsonSettingMtimeEPKcRy")(this, group, mtime);
 }
 
 bool KivoSettings::loadUserJsonSettings(Json::Value& settings) const {
