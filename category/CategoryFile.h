@@ -11,7 +11,8 @@
 
 namespace KIVO::NEXNotify {
 
-/// One event of a category file, with what the module reads of it; "" for what is absent.
+/// One event of a category file, with what the module reads of it. An absent name is another than "", an
+/// absent group or application is not.
 struct CategoryEvent {
     std::optional<std::string_view> name;
     std::string_view group;
@@ -21,11 +22,11 @@ struct CategoryEvent {
 /// A category file that is read for one request.
 class CategoryFile {
 public:
-    /// False, with errno set, when the file cannot be read or is not JSON.
+    /// Called once. False, with errno set, when the file cannot be read or is not JSON.
     bool Load(const std::string& path);
 
-    /// The events, valid as long as the file; nothing when only the JSON library can tell what they are, from
-    /// the tree.
+    /// The events, valid as long as this object; nothing when only the JSON library can tell what they are,
+    /// from the tree.
     const std::optional<std::vector<CategoryEvent>>& Events() const { return m_events; }
 
     /// The whole document.

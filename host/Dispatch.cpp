@@ -7,7 +7,6 @@
 
 #include "host/Refusal.h"
 #include "platform/kivocore/Json.h"
-#include "platform/kivocore/Users.h"
 #include "webapi/APIRequest.h"
 #include "webapi/APIResponse.h"
 
@@ -70,7 +69,6 @@ Json::Value ErrorEnvelope(int code, const Json::Value& data) {
 Json::Value Dispatch(const Method& method, const Caller& caller, const std::string& body) {
     APIRequest request(ParseParameters(body), caller.userName, caller.language, caller.isAdmin);
     APIResponse response;
-    const Appliance::UsersSnapshot users;
     const bool accepted = Call(method, request, response);
     if (response.GetState() == APIResponse::State::Error) {
         return ErrorEnvelope(response.GetErrorCode(), response.GetData());

@@ -22,6 +22,7 @@
 #include "host/Refusal.h"
 #include "platform/kivocore/Catalogue.h"
 #include "platform/kivocore/Json.h"
+#include "platform/kivocore/Users.h"
 
 namespace KIVO::Host {
 
@@ -308,6 +309,7 @@ HttpServer::Response HttpServer::Answer(MHD_Connection* connection, std::string_
                              {MHD_HTTP_HEADER_CONTENT_SECURITY_POLICY, kContentSecurityPolicy},
                              {"Referrer-Policy", "no-referrer"}});
     }
+    const Appliance::UsersSnapshot users;  // Who asks, and all that is asked about it, are of one moment.
     // Before anything else, so that a stranger learns nothing but that a token is wanted.
     const Caller caller = Authenticate(connection);
     if (path == "/session") {

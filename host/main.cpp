@@ -18,6 +18,7 @@
 #include "host/Refusal.h"
 #include "host/Serve.h"
 #include "platform/kivocore/Json.h"
+#include "platform/kivocore/Users.h"
 
 namespace {
 
@@ -134,6 +135,7 @@ int Run(int argc, char* argv[]) {
         }
 
         Become(*account);
+        const KIVO::Appliance::UsersSnapshot users;
         std::optional<Caller> caller = FindCaller(userName);
         if (!caller) {
             throw CLI::ValidationError("--user", "The appliance has no user " + userName + ".");

@@ -1,7 +1,6 @@
 #include "module/JsonScan.h"
 
 #include <new>
-#include <string>
 
 namespace KIVO::NEXNotify {
 
@@ -12,9 +11,9 @@ constexpr size_t kMaxDepth = 256;
 // Holds a common notification, so that the parser seldom grows.
 constexpr size_t kInitialCapacity = 4096;
 
-// At its first use simdjson looks for the processor's best implementation, and ends the process when memory is
-// short there. So that comes when the module is loaded, and no request meets it.
-[[maybe_unused]] const std::string kImplementation = simdjson::get_active_implementation()->name();
+// At its first use simdjson looks for the processor's best implementation, and ends the process when memory
+// is short there. So that comes when the module is loaded, and no request meets it.
+[[maybe_unused]] const bool kHasImplementation = !simdjson::get_active_implementation()->name().empty();
 
 }  // namespace
 
@@ -24,9 +23,9 @@ JsonScanner::JsonScanner() {
     }
 }
 
-std::optional<simdjson::dom::object> JsonScanner::Scan(std::string_view text) {
+std::optional<simdjson::dom::object> JsonScanner::Scan(std::string_view text, bool isPadded) {
     simdjson::dom::object object;
-    const auto error = m_parser.parse(text.data(), text.size()).get(object);
+    const auto error = m_parser.parse(text.data(), text.size(), !isPadded).get(object);
     if (error == simdjson::MEMALLOC) {
         throw std::bad_alloc();  // The parser may have got part of what it needs.
     }

@@ -16,10 +16,18 @@ public:
     /// Throws std::bad_alloc, as Scan does; the scanner is then not to be used again.
     JsonScanner();
 
+    /// How many bytes behind a text ScanPadded may read.
+    static constexpr size_t kPadding = simdjson::SIMDJSON_PADDING;
+
     /// The object, valid until the next scan; nothing when only the JSON library is to judge the text.
-    std::optional<simdjson::dom::object> Scan(std::string_view text);
+    std::optional<simdjson::dom::object> Scan(std::string_view text) { return Scan(text, false); }
+
+    /// The same of a text that has kPadding bytes behind it, which spares a copy.
+    std::optional<simdjson::dom::object> ScanPadded(std::string_view text) { return Scan(text, true); }
 
 private:
+    std::optional<simdjson::dom::object> Scan(std::string_view text, bool isPadded);
+
     simdjson::dom::parser m_parser;
 };
 

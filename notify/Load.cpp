@@ -26,11 +26,22 @@ namespace KIVO::NEXNotify {
 
 namespace {
 
+const Json::StaticString kTitle("title");  // not copied by the JSON library
+
 /// Lets tags be looked up by a view of them.
 struct HashText {
     using is_transparent = void;
     size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
 };
+
+/// What a row without a text holds.
+constexpr char kNullText[] = "null";
+
+/// Appends the JSON value of a stored text to the array. False when it is not JSON.
+bool Parse(const char* text, Json::Value& array) {
+    char* column = const_cast<char*>(text);  // the callback's type; it only reads
+    return Notify::readDbToJson(&array, 1, &column, nullptr) == 0;
+}
 
 /// Reads the stored notifications row by row, oldest first: filters them, and keeps what the answer is made
 /// of.
@@ -38,16 +49,21 @@ class Listing {
 public:
     /// `admits` tells whether notifications of a tag are listed; it is asked once a tag.
     Listing(int limit, int offset, std::function<bool(const std::string& tag)> admits)
-        : m_admits(std::move(admits)), m_window(limit, offset) {
+        : m_admits(std::move(admits)),
+          m_window(limit, offset, [this](std::string_view text) { return Judge(text); }) {
         m_admitted.max_load_factor(0.25F);  // one look-up a row: the fewer steps, the better
     }
 
+    Listing(const Listing&) = delete;
+    Listing& operator=(const Listing&) = delete;
+
     /// The callback of the query, with the listing as its argument. No exception may pass through SQLite: it
     /// stops the query and waits for ThrowFailure.
-    static int OnRow(void* listing, int columnCount, char** columnTexts, char** columnNames) noexcept {
+    static int OnRow(void* listing, int /*columnCount*/, char** columnTexts, char** /*names*/) noexcept {
         auto& self = *static_cast<Listing*>(listing);
+        self.m_hasRows = true;
         try {
-            return self.Add(columnCount, columnTexts, columnNames) ? 0 : 1;
+            return self.m_window.Add(columnTexts[0] != nullptr ? columnTexts[0] : kNullText) ? 0 : 1;
         } catch (...) {
             self.m_failure = std::current_exception();
             return 1;
@@ -61,34 +77,35 @@ public:
         }
     }
 
+    /// At the end of the rows. False when the text of one is not JSON.
+    bool Finish() { return m_window.JudgeAdded(); }
+
+    /// Whether all rows have to be read once more; if so, it is ready for them.
+    bool StartsOver() { return m_window.StartsOver(); }
+
     bool HasRows() const { return m_hasRows; }
     double NewestTime() const { return m_newestTime; }
     const PageWindow& Window() const { return m_window; }
 
 private:
-    /// False when the row's text is not JSON.
-    bool Add(int columnCount, char** columnTexts, char** columnNames) {
-        m_hasRows = true;
-        const std::string_view text = columnTexts[0] != nullptr ? columnTexts[0] : "";
+    Verdict Judge(std::string_view text) {
         std::optional<RowFacts> facts = ScanRow(m_scanner, text);
         std::string tagText;
         if (!facts) {
             Json::Value parsed(Json::arrayValue);
-            if (Notify::readDbToJson(&parsed, columnCount, columnTexts, columnNames) != 0) {
-                return false;
+            if (!Parse(text.data(), parsed)) {
+                return Verdict::Broken;
             }
             facts = FactsOf(parsed[0], tagText);
         }
         if (!IsAdmitted(facts->tag)) {
-            return true;
+            return Verdict::LeftOut;
         }
         if (!facts->hasTime) {
-            m_window.AddUntimed();
-            return true;
+            return Verdict::Untimed;
         }
-        m_window.AddTimed(text);
         m_newestTime = std::max(m_newestTime, facts->time);
-        return true;
+        return Verdict::Listed;
     }
 
     bool IsAdmitted(std::string_view tag) {
@@ -113,8 +130,7 @@ private:
 /// Makes the page's items. False when one is not JSON.
 bool ParseItems(const PageWindow& window, Json::Value& items) {
     for (size_t position = 0; position < window.Size(); ++position) {
-        char* text = const_cast<char*>(window[position]);  // the callback's type; it only reads
-        if (Notify::readDbToJson(&items, 1, &text, nullptr) != 0) {
+        if (!Parse(window[position], items)) {
             return false;
         }
     }
@@ -138,9 +154,7 @@ std::unordered_set<std::string> Notify::getEnabledNotificationList() const {
 }
 
 bool Notify::HasPrivilege(const Json::Value& notification) const {
-    std::string tagText;
-    FactsOf(notification, tagText);
-    return KIVOSysNotifyIsAllow(m_userName.c_str(), tagText.c_str()) == 1;
+    return KIVOSysNotifyIsAllow(m_userName.c_str(), TagOf(notification).c_str()) == 1;
 }
 
 int Notify::ExecuteLoad() {
@@ -163,6 +177,7 @@ int Notify::ExecuteLoad() {
     m_result["items"] = Json::Value(Json::arrayValue);
     m_result["newestMsgTime"] = 0;
 
+    Json::Value notification;  // one for all tags that are asked about
     Listing listing(m_limit, m_offset, [&](const std::string& tag) {
         if (tag.find(':') == std::string::npos && !enabledTags.contains(tag)) {
             return false;
@@ -170,12 +185,15 @@ int Notify::ExecuteLoad() {
         if (m_all) {
             return true;
         }
-        Json::Value notification;
-        notification["title"] = tag;
+        notification[kTitle] = tag;
         return HasPrivilege(notification);
     });
-    const bool hasRun = store.Run(ReadNotificationsSql(uid), &Listing::OnRow, &listing);
-    listing.ThrowFailure();
+    bool hasRun = false;
+    do {
+        hasRun = store.Run(ReadNotificationsSql(uid), &Listing::OnRow, &listing);
+        listing.ThrowFailure();
+        hasRun = hasRun && listing.Finish();
+    } while (hasRun && listing.StartsOver());
     Json::Value items(Json::arrayValue);
     if (!hasRun || !ParseItems(listing.Window(), items)) {
         LOG_FAILURE("run sql error");

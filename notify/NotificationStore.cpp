@@ -1,5 +1,7 @@
 #include "notify/NotificationStore.h"
 
+#include <utility>
+
 #include "module/ErrorCodes.h"
 #include "module/JsonFile.h"
 #include "module/Log.h"
@@ -37,7 +39,8 @@ int Notify::readDbToJson(void* array, int columnCount, char** columnTexts, char*
         if (text != nullptr && !ParseJsonText(text, value)) {
             return 1;
         }
-        static_cast<Json::Value*>(array)->append(value);
+        // Only a further column without a text needs the value once more.
+        static_cast<Json::Value*>(array)->append(column + 1 < columnCount ? value : std::move(value));
     }
     return 0;
 }

@@ -4,33 +4,90 @@
 #include <cstddef>
 #include <cstring>
 #include <deque>
+#include <functional>
+#include <limits>
 #include <memory>
 #include <string_view>
+#include <utility>
+#include <vector>
+
+#include "module/JsonScan.h"
 
 namespace KIVO::NEXNotify {
 
+/// What becomes of a stored notification.
+enum class Verdict {
+    Broken,   // it ends the reading
+    LeftOut,  // it is neither listed nor counted
+    Untimed,  // it has no time, and so is never listed
+    Listed,
+};
+
 /// Picks a page, newest first, out of notifications that are given oldest first. Of all of them it keeps the
-/// texts of those alone that may still be on the page, or in front of it.
+/// texts of those alone that may still be on the page, or in front of it. When those become too many, it only
+/// counts them, and has to be given all of them once more.
 class PageWindow {
 public:
+    /// Judges a text, behind which JsonScanner::kPadding bytes can be read. It is ended by a NUL byte.
+    using Judge = std::function<Verdict(std::string_view text)>;
+
     /// A page of `limit` notifications behind the `offset` newest. A limit of 0 or less stands for 30, an
     /// offset below 0 for 0.
-    PageWindow(int limit, int offset)
-        : m_hasLimit(limit > 0),
+    PageWindow(int limit, int offset, Judge judge)
+        : m_judge(std::move(judge)),
+          m_hasLimit(limit > 0),
           m_pageSize(m_hasLimit ? static_cast<std::size_t>(limit) : kDefaultPageSize),
           m_offset(static_cast<std::size_t>(std::max(offset, 0))) {}
 
-    /// Adds one that can be listed.
-    void AddTimed(std::string_view text) {
-        if (m_candidates.size() == m_offset + m_pageSize) {
-            DropOldest();
+    /// Adds a notification. They are judged some dozens at a time, since the processor is faster at one thing
+    /// than at reading and judging by turns. False when one was found broken.
+    bool Add(std::string_view text) {
+        const std::size_t size = text.size() + 1 + JsonScanner::kPadding;
+        if (Room() < size) {
+            if (!JudgeAdded()) {
+                return false;
+            }
+            if (Room() < size) {
+                AddBlock(std::max(size, kBlockSize));
+            }
         }
-        m_candidates.push_back({Keep(text), m_untimed});
-        ++m_timed;
+        char* copy = m_blocks.back().texts.get() + m_used;
+        std::memcpy(copy, text.data(), text.size());
+        copy[text.size()] = '\0';
+        m_used += text.size() + 1;
+        m_added.emplace_back(copy, text.size());
+        return true;
     }
 
-    /// Adds one without a time, which is never listed.
-    void AddUntimed() { ++m_untimed; }
+    /// Judges those that were added last. False when one is broken.
+    bool JudgeAdded() {
+        for (const std::string_view text : m_added) {
+            const Verdict verdict = m_judge(text);
+            if (verdict == Verdict::Broken) {
+                return false;
+            }
+            if (verdict == Verdict::Untimed) {
+                ++m_untimed;
+            } else if (verdict == Verdict::Listed && m_timed++ < m_end && !m_countsOnly) {
+                Keep(text);
+            }
+        }
+        m_added.clear();
+        m_used = m_kept;
+        return true;
+    }
+
+    /// Whether all notifications have to be given once more; if so, it is ready for them.
+    bool StartsOver() {
+        const bool isNeeded = m_countsOnly && m_timed > m_offset;
+        if (isNeeded) {
+            // Now it is known where the page ends, and the newer ones need not be kept.
+            m_end = m_timed - m_offset;
+            m_offset = m_timed = m_untimed = 0;
+            m_countsOnly = false;
+        }
+        return isNeeded;
+    }
 
     /// The number of notifications on the page.
     std::size_t Size() const { return m_candidates.size() > m_offset ? m_candidates.size() - m_offset : 0; }
@@ -48,6 +105,9 @@ public:
 private:
     static constexpr std::size_t kDefaultPageSize = 30;
     static constexpr std::size_t kBlockSize = std::size_t{16} * 1024;
+    /// Some 80,000 common notifications. Reading all of them twice costs less than memory without a limit, of
+    /// which the client alone says how much.
+    static constexpr std::size_t kMostMemory = std::size_t{24} * 1024 * 1024;
 
     struct Candidate {
         const char* text;
@@ -58,36 +118,58 @@ private:
     struct Block {
         std::unique_ptr<char[]> texts;
         std::size_t capacity;
-        std::size_t used = 0;
         std::size_t candidates = 0;
     };
 
-    const char* Keep(std::string_view text) {
-        const std::size_t size = text.size() + 1;
-        if (m_blocks.empty() || m_blocks.back().capacity - m_blocks.back().used < size) {
-            const std::size_t capacity = std::max(size, kBlockSize);
-            m_blocks.push_back({std::unique_ptr<char[]>(new char[capacity]), capacity});
+    std::size_t Room() const { return m_blocks.empty() ? 0 : m_blocks.back().capacity - m_used; }
+
+    void AddBlock(std::size_t capacity) {
+        if (m_offset > 0 && m_memory + capacity > kMostMemory) {
+            m_countsOnly = true;
+            m_candidates.clear();
+            m_blocks.clear();
+            m_memory = 0;
+        } else if (!m_blocks.empty() && m_blocks.back().candidates == 0) {
+            m_memory -= m_blocks.back().capacity;
+            m_blocks.pop_back();
         }
+        m_blocks.push_back({std::unique_ptr<char[]>(new char[capacity]), capacity});
+        m_memory += capacity;
+        m_used = m_kept = 0;
+    }
+
+    /// Makes one of the last block's texts the newest candidate, and closes the gap that those left out
+    /// leave.
+    void Keep(std::string_view text) {
         Block& block = m_blocks.back();
-        char* kept = block.texts.get() + block.used;
-        std::memcpy(kept, text.data(), text.size());
-        kept[text.size()] = '\0';
-        block.used += size;
+        char* kept = block.texts.get() + m_kept;
+        if (kept != text.data()) {
+            std::memmove(kept, text.data(), text.size() + 1);
+        }
+        m_kept += text.size() + 1;
         ++block.candidates;
-        return kept;
+        m_candidates.push_back({kept, m_untimed});
+        if (m_candidates.size() > m_offset + m_pageSize) {
+            DropOldest();
+        }
     }
 
     void DropOldest() {
         m_untimedBehind = m_candidates.front().untimedBefore;
         m_candidates.pop_front();
         if (--m_blocks.front().candidates == 0) {
+            m_memory -= m_blocks.front().capacity;
             m_blocks.pop_front();
         }
     }
 
+    Judge m_judge;
     bool m_hasLimit;
     std::size_t m_pageSize;
     std::size_t m_offset;
+    /// Of those that can be listed, the first that is newer than the page.
+    std::size_t m_end = std::numeric_limits<std::size_t>::max();
+    bool m_countsOnly = false;
     std::size_t m_timed = 0;
     std::size_t m_untimed = 0;
     /// How many without a time are older than the newest notification behind the page; 0 while there is none.
@@ -95,6 +177,12 @@ private:
     /// The newest ones, oldest first, and what holds their texts.
     std::deque<Candidate> m_candidates;
     std::deque<Block> m_blocks;
+    std::size_t m_memory = 0;  // of all blocks
+    /// Of the last block: where the candidates' texts end, and where those of m_added end, which follow them.
+    std::size_t m_kept = 0;
+    std::size_t m_used = 0;
+    /// Those not judged yet.
+    std::vector<std::string_view> m_added;
 };
 
 }  // namespace KIVO::NEXNotify

@@ -19,11 +19,15 @@ struct RowFacts {
     double time = 0.0;
 };
 
+/// The tag of a notification that the JSON library has parsed: its title, "" when it has none, or one that is
+/// no text.
+std::string TagOf(const Json::Value& notification);
+
 /// The facts of a notification that the JSON library has parsed. The tag is kept in `tagText`.
 RowFacts FactsOf(const Json::Value& notification, std::string& tagText);
 
-/// Reads the facts off a stored text in one pass. The tag is valid until the scanner's next scan. Nothing
-/// when only the JSON library is to judge the text.
+/// Reads the facts off a stored text in one pass; behind it must be JsonScanner::kPadding bytes to read. The
+/// tag is valid until the scanner's next scan. Nothing when only the JSON library is to judge the text.
 std::optional<RowFacts> ScanRow(JsonScanner& scanner, std::string_view text);
 
 }  // namespace KIVO::NEXNotify

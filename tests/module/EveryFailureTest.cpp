@@ -45,9 +45,8 @@ protected:
             std::string answer = "nothing";
             hasFailed = arm(injected + 1, [&] {
                 try {
-                    const APIResponse response =
-                        Ask("KIVO.Core.NEXNotify" + api, api.empty() ? "notify" : "get", parameters, user,
-                            "ger");
+                    const APIResponse response = Ask("KIVO.Core.NEXNotify" + api,
+                                                     api.empty() ? "notify" : "get", parameters, user, "ger");
                     const AllocationLimit noLimit(-1);
                     answer = Text(response);
                 } catch (const std::exception&) {
@@ -104,7 +103,8 @@ private:
         if (GetParam().name == "Apply" && answer == "success: null") {
             EXPECT_EQ(CountLinks(1027), 0);
             const std::string events = *m_root.Read(kEventLog);
-            EXPECT_EQ(std::ranges::count(events, '\n'), 1 - ThePlatform().calls["KIVOLogSet1:failed"]) << events;
+            EXPECT_EQ(std::ranges::count(events, '\n'), 1 - ThePlatform().calls["KIVOLogSet1:failed"])
+                << events;
         } else if (GetParam().name != "Apply" || answer.starts_with("error")) {
             EXPECT_EQ(CountLinks(1027), 2);
         }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <tuple>
 
 #include "tests/support/ModuleTest.h"
 
@@ -85,8 +86,27 @@ TEST_F(Load, CountsUntimedRowsThatThePageDoesNotReach) {
     EXPECT_EQ(Page(R"(,"limit":1,"offset":4)"), "of 4");
 }
 
+TEST_F(Load, ReadsTwiceWhatIsTooMuchToKeep) {
+    const auto add = [&](const std::string& members) {
+        Add(R"({"title":"Known",)" + members + R"("filler":")" + std::string(9 << 20, 'x') + "\"}");
+    };
+    add(R"("time":1,)");
+    add("");
+    for (const char* members : {R"("time":2,)", R"("time":3,)", R"("time":4,)"}) {
+        add(members);
+    }
+    for (const auto& [parameters, page, runs] : {std::tuple(R"(,"limit":1)", "4 of 5", 1),
+                                                 {R"(,"limit":1,"offset":1)", "3 of 5", 2},
+                                                 {R"(,"limit":2,"offset":2)", "2 1 of 4", 2},
+                                                 {R"(,"limit":1,"offset":4)", "of 4", 1}}) {
+        ThePlatform() = {};
+        EXPECT_EQ(Page(parameters), page);
+        EXPECT_EQ(ThePlatform().calls["nexnotifyDbRunSql"], runs) << parameters;
+    }
+}
+
 TEST_F(Load, OrdersByTimestampAndReportsTheNewestTime) {
-    Add(R"({"title":"Known","time":50})");
+    Add(std::string(R"({"title":"Known","time":50})") + '\0' + "nobody reads on behind a NUL");
     Add(R"({"title":"Known","time":99.5})");
     Add(R"({"title":"Known","time":7})");
     Add(R"({"title":"Unknown","time":500})");

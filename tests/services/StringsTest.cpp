@@ -65,6 +65,9 @@ TEST_F(Strings, KeepToThePackage) {
                  R"("Twice":{"keyArray":["Bare"],"keyArray":["Full"]}})");
     const std::string video = R"({"pkgName":"Video"})";
     EXPECT_EQ(Get(video), "success: {" + kBare + "," + kFull + "}");
+    for (const char* file : {kPackages, kCategoryFile, "/var/cache/texts/ger/mails"}) {
+        EXPECT_EQ(ThePlatform().calls["fopen:" + m_root.Path(file)], 1) << file;
+    }
     EXPECT_EQ(Get(R"({"pkgName":"Twice"})"), "success: {" + kFull + "}");
     EXPECT_EQ(Get(R"({"pkgName":""})"), Get("{}"));
     EXPECT_EQ(Get(R"({"pkgName":null})"), Get("{}"));

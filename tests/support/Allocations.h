@@ -2,8 +2,8 @@
 
 namespace KIVO::Test {
 
-/// How many allocations still succeed on this thread, negative for no limit: those by `operator new`, by SQLite
-/// and, where AddressSanitizer is not built in, by `malloc` in the module and the JSON library.
+/// How many allocations still succeed on this thread, negative for no limit: those by `operator new`, by
+/// SQLite and, where AddressSanitizer is not built in, by `malloc` in the module and the JSON library.
 inline thread_local long allocationsLeft = -1;
 
 /// Whether only one allocation fails at the limit, and the later ones succeed again.

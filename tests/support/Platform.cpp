@@ -147,12 +147,16 @@ RELEASE(sqlite3_free, void)
 
 int KIVOLogSet1(int category, int level, unsigned code, const char* a, const char* b, const char* c,
                 const char* d) {
-    const bool fails =
-        Fails("KIVOLogSet1") || REAL(KIVOLogSet1)(category, level, code, a, b, c, d) != 0;
+    const bool fails = Fails("KIVOLogSet1") || REAL(KIVOLogSet1)(category, level, code, a, b, c, d) != 0;
     if (fails) {
         Count("KIVOLogSet1:", "failed");
     }
     return fails ? -1 : 0;
+}
+
+FILE* fopen(const char* path, const char* mode) {
+    Count("fopen:", path);
+    return Fails("fopen") ? nullptr : REAL(fopen)(path, mode);
 }
 
 int KLIBAppPrivUserHas(const char* user, const char* appId, const char* address) {

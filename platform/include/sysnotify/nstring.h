@@ -29,8 +29,9 @@ KIVO_PUBLIC NString* KIVONotifyStringNew(void);
 KIVO_PUBLIC void KIVONotifyStringFree(NString* record);
 
 /// Looks the tag up in the catalogue open for reading and fills the record, wherever the file's position
-/// stands; the position is the end afterwards. Further lookups with the record find the catalogue of the first,
-/// until the position is moved. 0 when found; otherwise the record is empty afterwards.
+/// stands; the position is the end afterwards. Further lookups with the record find the catalogue of the
+/// first, until the position is moved: a record is not to outlive the stream that it looks in. 0 when found;
+/// otherwise the record is empty afterwards.
 KIVO_PUBLIC int KIVONotifyStringGetByFp(FILE* file, const char* tag, NString* record);
 
 /// The same lookup in the catalogue at the path. `flag` is reserved and 1.
