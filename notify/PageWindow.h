@@ -51,11 +51,10 @@ public:
                 AddBlock(std::max(size, kBlockSize));
             }
         }
-        char* copy = m_blocks.back().texts.get() + m_used;
-        std::memcpy(copy, text.data(), text.size());
-        copy[text.size()] = '\0';
-        m_used += text.size() + 1;
-        m_added.emplace_back(copy, text.size());
+        std::memcpy(m_next, text.data(), text.size());
+        m_next[text.size()] = '\0';
+        m_added.emplace_back(m_next, text.size());
+        m_next += text.size() + 1;
         return true;
     }
 
@@ -73,7 +72,7 @@ public:
             }
         }
         m_added.clear();
-        m_used = m_kept;
+        m_next = m_kept;
         return true;
     }
 
@@ -121,7 +120,7 @@ private:
         std::size_t candidates = 0;
     };
 
-    std::size_t Room() const { return m_blocks.empty() ? 0 : m_blocks.back().capacity - m_used; }
+    std::size_t Room() const { return static_cast<std::size_t>(m_blockEnd - m_next); }
 
     void AddBlock(std::size_t capacity) {
         if (m_offset > 0 && m_memory + capacity > kMostMemory) {
@@ -133,22 +132,25 @@ private:
             m_memory -= m_blocks.back().capacity;
             m_blocks.pop_back();
         }
-        m_blocks.push_back({std::unique_ptr<char[]>(new char[capacity]), capacity});
+        std::unique_ptr<char[]> texts = capacity == kBlockSize ? std::move(m_spare) : nullptr;
+        if (!texts) {
+            texts.reset(new char[capacity]);
+        }
+        m_next = m_kept = texts.get();
+        m_blockEnd = m_next + capacity;
+        m_blocks.push_back({std::move(texts), capacity});
         m_memory += capacity;
-        m_used = m_kept = 0;
     }
 
     /// Makes one of the last block's texts the newest candidate, and closes the gap that those left out
     /// leave.
     void Keep(std::string_view text) {
-        Block& block = m_blocks.back();
-        char* kept = block.texts.get() + m_kept;
-        if (kept != text.data()) {
-            std::memmove(kept, text.data(), text.size() + 1);
+        if (m_kept != text.data()) {
+            std::memmove(m_kept, text.data(), text.size() + 1);
         }
+        m_candidates.push_back({m_kept, m_untimed});
         m_kept += text.size() + 1;
-        ++block.candidates;
-        m_candidates.push_back({kept, m_untimed});
+        ++m_blocks.back().candidates;
         if (m_candidates.size() > m_offset + m_pageSize) {
             DropOldest();
         }
@@ -157,8 +159,12 @@ private:
     void DropOldest() {
         m_untimedBehind = m_candidates.front().untimedBefore;
         m_candidates.pop_front();
-        if (--m_blocks.front().candidates == 0) {
-            m_memory -= m_blocks.front().capacity;
+        Block& block = m_blocks.front();
+        if (--block.candidates == 0) {
+            m_memory -= block.capacity;
+            if (block.capacity == kBlockSize) {
+                m_spare = std::move(block.texts);
+            }
             m_blocks.pop_front();
         }
     }
@@ -178,9 +184,13 @@ private:
     std::deque<Candidate> m_candidates;
     std::deque<Block> m_blocks;
     std::size_t m_memory = 0;  // of all blocks
-    /// Of the last block: where the candidates' texts end, and where those of m_added end, which follow them.
-    std::size_t m_kept = 0;
-    std::size_t m_used = 0;
+    /// A block that is no longer needed and will be: to give it back and get one again costs more.
+    std::unique_ptr<char[]> m_spare;
+    /// In the last block: where the candidates' texts end, where those of m_added end that follow them, and
+    /// where the block does.
+    char* m_kept = nullptr;
+    char* m_next = nullptr;
+    char* m_blockEnd = nullptr;
     /// Those not judged yet.
     std::vector<std::string_view> m_added;
 };

@@ -37,7 +37,7 @@ protected:
     /// request, and tells whether something failed.
     template <typename Arm>
     void FailInTurn(const std::string& what, Arm arm) {
-        const auto& [name, api, parameters, user] = GetParam();
+        const RequestCase& request = GetParam();
         int injected = 0;
         for (bool hasFailed = true; hasFailed && !HasFailure(); ++injected) {
             SCOPED_TRACE(what + " " + std::to_string(injected + 1));
@@ -45,8 +45,9 @@ protected:
             std::string answer = "nothing";
             hasFailed = arm(injected + 1, [&] {
                 try {
-                    const APIResponse response = Ask("KIVO.Core.NEXNotify" + api,
-                                                     api.empty() ? "notify" : "get", parameters, user, "ger");
+                    const APIResponse response =
+                        Ask("KIVO.Core.NEXNotify" + request.api, request.api.empty() ? "notify" : "get",
+                            request.parameters, request.user, "ger");
                     const AllocationLimit noLimit(-1);
                     answer = Text(response);
                 } catch (const std::exception&) {
@@ -55,7 +56,7 @@ protected:
             });
             CheckAftermath(answer);
         }
-        std::cout << name << ": " << injected - 1 << " failures injected: " << what << "\n";
+        std::cout << request.name << ": " << injected - 1 << " failures injected: " << what << "\n";
     }
 
 private:

@@ -8,6 +8,12 @@
 #include <new>
 #include <string_view>
 
+#ifdef __has_feature
+#if __has_feature(address_sanitizer) && !defined(__SANITIZE_ADDRESS__)
+#define __SANITIZE_ADDRESS__  // NOLINT(bugprone-reserved-identifier): by which gcc tells it
+#endif
+#endif
+
 #ifdef __SANITIZE_ADDRESS__
 #define LIBRARY_MALLOC std::malloc  // the sanitizer's, whose place no program can take
 #else
