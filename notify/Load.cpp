@@ -18,6 +18,7 @@
 #include "notify/PageWindow.h"
 #include "notify/RowScan.h"
 #include "notify/StringList.h"
+#include "notify/TextBatch.h"
 #include "sdk/settings.h"
 #include "sdk/user.h"
 #include "sysnotify/rights.h"
@@ -49,13 +50,9 @@ class Listing {
 public:
     /// `admits` tells whether notifications of a tag are listed; it is asked once a tag.
     Listing(int limit, int offset, std::function<bool(const std::string& tag)> admits)
-        : m_admits(std::move(admits)),
-          m_window(limit, offset, [this](std::string_view text) { return Judge(text); }) {
+        : m_admits(std::move(admits)), m_window(limit, offset) {
         m_admitted.max_load_factor(0.25F);  // one look-up a row: the fewer steps, the better
     }
-
-    Listing(const Listing&) = delete;
-    Listing& operator=(const Listing&) = delete;
 
     /// The callback of the query, with the listing as its argument. No exception may pass through SQLite: it
     /// stops the query and waits for ThrowFailure.
@@ -63,7 +60,7 @@ public:
         auto& self = *static_cast<Listing*>(listing);
         self.m_hasRows = true;
         try {
-            return self.m_window.Add(columnTexts[0] != nullptr ? columnTexts[0] : kNullText) ? 0 : 1;
+            return self.Add(columnTexts[0] != nullptr ? columnTexts[0] : kNullText) ? 0 : 1;
         } catch (...) {
             self.m_failure = std::current_exception();
             return 1;
@@ -77,8 +74,17 @@ public:
         }
     }
 
-    /// At the end of the rows. False when the text of one is not JSON.
-    bool Finish() { return m_window.JudgeAdded(); }
+    /// Judges the rows that were read last, as it has to be done at their end. False when the text of one is
+    /// not JSON.
+    bool JudgeBatch() {
+        for (const std::string_view text : m_batch.Texts()) {
+            if (!Judge(text)) {
+                return false;
+            }
+        }
+        m_batch.Clear();
+        return true;
+    }
 
     /// Whether all rows have to be read once more; if so, it is ready for them.
     bool StartsOver() { return m_window.StartsOver(); }
@@ -88,24 +94,30 @@ public:
     const PageWindow& Window() const { return m_window; }
 
 private:
-    Verdict Judge(std::string_view text) {
+    /// False when the text of an earlier row is not JSON.
+    bool Add(std::string_view text) { return m_batch.Add(text) || (JudgeBatch() && m_batch.Add(text)); }
+
+    /// False when the text is not JSON.
+    bool Judge(std::string_view text) {
         std::optional<RowFacts> facts = ScanRow(m_scanner, text);
         std::string tagText;
         if (!facts) {
             Json::Value parsed(Json::arrayValue);
             if (!Parse(text.data(), parsed)) {
-                return Verdict::Broken;
+                return false;
             }
             facts = FactsOf(parsed[0], tagText);
         }
         if (!IsAdmitted(facts->tag)) {
-            return Verdict::LeftOut;
+            return true;
         }
         if (!facts->hasTime) {
-            return Verdict::Untimed;
+            m_window.AddUntimed();
+            return true;
         }
+        m_window.AddTimed(text);
         m_newestTime = std::max(m_newestTime, facts->time);
-        return Verdict::Listed;
+        return true;
     }
 
     bool IsAdmitted(std::string_view tag) {
@@ -119,6 +131,7 @@ private:
     }
 
     std::function<bool(const std::string&)> m_admits;
+    TextBatch m_batch;
     PageWindow m_window;
     JsonScanner m_scanner;
     std::unordered_map<std::string, bool, HashText, std::equal_to<>> m_admitted;
@@ -192,7 +205,7 @@ int Notify::ExecuteLoad() {
     do {
         hasRun = store.Run(ReadNotificationsSql(uid), &Listing::OnRow, &listing);
         listing.ThrowFailure();
-        hasRun = hasRun && listing.Finish();
+        hasRun = hasRun && listing.JudgeBatch();
     } while (hasRun && listing.StartsOver());
     Json::Value items(Json::arrayValue);
     if (!hasRun || !ParseItems(listing.Window(), items)) {

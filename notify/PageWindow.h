@@ -4,85 +4,51 @@
 #include <cstddef>
 #include <cstring>
 #include <deque>
-#include <functional>
 #include <limits>
 #include <memory>
 #include <string_view>
 #include <utility>
-#include <vector>
-
-#include "module/JsonScan.h"
 
 namespace KIVO::NEXNotify {
-
-/// What becomes of a stored notification.
-enum class Verdict {
-    Broken,   // it ends the reading
-    LeftOut,  // it is neither listed nor counted
-    Untimed,  // it has no time, and so is never listed
-    Listed,
-};
 
 /// Picks a page, newest first, out of notifications that are given oldest first. Of all of them it keeps the
 /// texts of those alone that may still be on the page, or in front of it. When those become too many, it only
 /// counts them, and has to be given all of them once more.
 class PageWindow {
 public:
-    /// Judges a text, behind which JsonScanner::kPadding bytes can be read. It is ended by a NUL byte.
-    using Judge = std::function<Verdict(std::string_view text)>;
-
     /// A page of `limit` notifications behind the `offset` newest. A limit of 0 or less stands for 30, an
     /// offset below 0 for 0.
-    PageWindow(int limit, int offset, Judge judge)
-        : m_judge(std::move(judge)),
-          m_hasLimit(limit > 0),
+    PageWindow(int limit, int offset)
+        : m_hasLimit(limit > 0),
           m_pageSize(m_hasLimit ? static_cast<std::size_t>(limit) : kDefaultPageSize),
           m_offset(static_cast<std::size_t>(std::max(offset, 0))) {}
 
-    /// Adds a notification. They are judged some dozens at a time, since the processor is faster at one thing
-    /// than at reading and judging by turns. False when one was found broken.
-    bool Add(std::string_view text) {
-        const std::size_t size = text.size() + 1 + JsonScanner::kPadding;
-        if (Room() < size) {
-            if (!JudgeAdded()) {
-                return false;
-            }
-            if (Room() < size) {
-                AddBlock(std::max(size, kBlockSize));
-            }
+    /// Adds one that can be listed.
+    void AddTimed(std::string_view text) {
+        if (m_timed++ >= m_end || m_countsOnly || !HasRoomFor(text.size() + 1)) {
+            return;
         }
         std::memcpy(m_next, text.data(), text.size());
         m_next[text.size()] = '\0';
-        m_added.emplace_back(m_next, text.size());
+        m_candidates.push_back({m_next, m_untimed});
+        ++m_blocks.back().candidates;
         m_next += text.size() + 1;
-        return true;
-    }
-
-    /// Judges those that were added last. False when one is broken.
-    bool JudgeAdded() {
-        for (const std::string_view text : m_added) {
-            const Verdict verdict = m_judge(text);
-            if (verdict == Verdict::Broken) {
-                return false;
-            }
-            if (verdict == Verdict::Untimed) {
-                ++m_untimed;
-            } else if (verdict == Verdict::Listed && m_timed++ < m_end && !m_countsOnly) {
-                Keep(text);
-            }
+        if (m_candidates.size() > m_offset + m_pageSize) {
+            DropOldest();
         }
-        m_added.clear();
-        m_next = m_kept;
-        return true;
     }
 
-    /// Whether all notifications have to be given once more; if so, it is ready for them.
+    /// Adds one without a time, which is never listed.
+    void AddUntimed() { ++m_untimed; }
+
+    /// Whether all notifications have to be given once more; if so, it is ready for them. What comes or goes
+    /// meanwhile moves the page, as it does between two requests.
     bool StartsOver() {
         const bool isNeeded = m_countsOnly && m_timed > m_offset;
         if (isNeeded) {
             // Now it is known where the page ends, and the newer ones need not be kept.
             m_end = m_timed - m_offset;
-            m_offset = m_timed = m_untimed = 0;
+            m_offset = m_timed = m_untimed = m_untimedBehind = 0;
             m_countsOnly = false;
         }
         return isNeeded;
@@ -104,8 +70,8 @@ public:
 private:
     static constexpr std::size_t kDefaultPageSize = 30;
     static constexpr std::size_t kBlockSize = std::size_t{16} * 1024;
-    /// Some 80,000 common notifications. Reading all of them twice costs less than memory without a limit, of
-    /// which the client alone says how much.
+    /// Of texts that are kept in front of a page. Reading all of them twice costs less than memory without a
+    /// limit, of which the client alone says how much.
     static constexpr std::size_t kMostMemory = std::size_t{24} * 1024 * 1024;
 
     struct Candidate {
@@ -120,40 +86,30 @@ private:
         std::size_t candidates = 0;
     };
 
-    std::size_t Room() const { return static_cast<std::size_t>(m_blockEnd - m_next); }
-
-    void AddBlock(std::size_t capacity) {
-        if (m_offset > 0 && m_memory + capacity > kMostMemory) {
-            m_countsOnly = true;
+    /// Sees to it that so many bytes can be written at m_next. False when that would be too much to keep; all
+    /// are only counted then.
+    bool HasRoomFor(std::size_t size) {
+        if (static_cast<std::size_t>(m_blockEnd - m_next) >= size) {
+            return true;
+        }
+        const std::size_t capacity = std::max(size, kBlockSize);
+        m_countsOnly = m_offset > 0 && m_memory + capacity > kMostMemory;
+        if (m_countsOnly) {
             m_candidates.clear();
             m_blocks.clear();
             m_memory = 0;
-        } else if (!m_blocks.empty() && m_blocks.back().candidates == 0) {
-            m_memory -= m_blocks.back().capacity;
-            m_blocks.pop_back();
+            m_next = m_blockEnd = nullptr;
+            return false;
         }
         std::unique_ptr<char[]> texts = capacity == kBlockSize ? std::move(m_spare) : nullptr;
         if (!texts) {
             texts.reset(new char[capacity]);
         }
-        m_next = m_kept = texts.get();
+        m_next = texts.get();
         m_blockEnd = m_next + capacity;
         m_blocks.push_back({std::move(texts), capacity});
         m_memory += capacity;
-    }
-
-    /// Makes one of the last block's texts the newest candidate, and closes the gap that those left out
-    /// leave.
-    void Keep(std::string_view text) {
-        if (m_kept != text.data()) {
-            std::memmove(m_kept, text.data(), text.size() + 1);
-        }
-        m_candidates.push_back({m_kept, m_untimed});
-        m_kept += text.size() + 1;
-        ++m_blocks.back().candidates;
-        if (m_candidates.size() > m_offset + m_pageSize) {
-            DropOldest();
-        }
+        return true;
     }
 
     void DropOldest() {
@@ -169,7 +125,6 @@ private:
         }
     }
 
-    Judge m_judge;
     bool m_hasLimit;
     std::size_t m_pageSize;
     std::size_t m_offset;
@@ -186,13 +141,9 @@ private:
     std::size_t m_memory = 0;  // of all blocks
     /// A block that is no longer needed and will be: to give it back and get one again costs more.
     std::unique_ptr<char[]> m_spare;
-    /// In the last block: where the candidates' texts end, where those of m_added end that follow them, and
-    /// where the block does.
-    char* m_kept = nullptr;
+    /// Where the next text comes, and where the last block ends.
     char* m_next = nullptr;
     char* m_blockEnd = nullptr;
-    /// Those not judged yet.
-    std::vector<std::string_view> m_added;
 };
 
 }  // namespace KIVO::NEXNotify

@@ -7,8 +7,6 @@ namespace KIVO::NEXNotify {
 
 namespace {
 
-const Json::StaticString kTitle("title");
-
 /// Up to here every integer is a double. The JSON library rounds larger ones twice on their way to a double,
 /// and so makes another number of some than everyone else.
 constexpr std::int64_t kMaxExact = std::int64_t{1} << 53;
@@ -27,7 +25,7 @@ std::string TagOf(const Json::Value& notification) {
     if (!notification.isObject()) {
         return "";
     }
-    const Json::Value& title = notification[kTitle];
+    const Json::Value& title = notification["title"];
     return title.isConvertibleTo(Json::stringValue) ? title.asString() : "";
 }
 
