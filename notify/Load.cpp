@@ -27,16 +27,11 @@ namespace KIVO::NEXNotify {
 
 namespace {
 
-const Json::StaticString kTitle("title");  // not copied by the JSON library
-
 /// Lets tags be looked up by a view of them.
 struct HashText {
     using is_transparent = void;
     size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
 };
-
-/// What a row without a text holds.
-constexpr char kNullText[] = "null";
 
 /// Appends the JSON value of a stored text to the array. False when it is not JSON.
 bool Parse(const char* text, Json::Value& array) {
@@ -60,7 +55,8 @@ public:
         auto& self = *static_cast<Listing*>(listing);
         self.m_hasRows = true;
         try {
-            return self.Add(columnTexts[0] != nullptr ? columnTexts[0] : kNullText) ? 0 : 1;
+            // A row without a text holds what the JSON text of null does.
+            return self.Add(columnTexts[0] != nullptr ? columnTexts[0] : "null") ? 0 : 1;
         } catch (...) {
             self.m_failure = std::current_exception();
             return 1;
@@ -198,7 +194,7 @@ int Notify::ExecuteLoad() {
         if (m_all) {
             return true;
         }
-        notification[kTitle] = tag;
+        notification["title"] = tag;
         return HasPrivilege(notification);
     });
     bool hasRun = false;

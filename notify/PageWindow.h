@@ -7,7 +7,6 @@
 #include <limits>
 #include <memory>
 #include <string_view>
-#include <utility>
 
 namespace KIVO::NEXNotify {
 
@@ -25,7 +24,7 @@ public:
 
     /// Adds one that can be listed.
     void AddTimed(std::string_view text) {
-        if (m_timed++ >= m_end || m_countsOnly || !HasRoomFor(text.size() + 1)) {
+        if (m_timed++ >= m_end || m_countsOnly || !MakeRoom(text.size() + 1)) {
             return;
         }
         std::memcpy(m_next, text.data(), text.size());
@@ -86,9 +85,9 @@ private:
         std::size_t candidates = 0;
     };
 
-    /// Sees to it that so many bytes can be written at m_next. False when that would be too much to keep; all
-    /// are only counted then.
-    bool HasRoomFor(std::size_t size) {
+    /// Makes so many bytes at m_next free to write. False when that would be too much to keep; from then on
+    /// all are only counted.
+    bool MakeRoom(std::size_t size) {
         if (static_cast<std::size_t>(m_blockEnd - m_next) >= size) {
             return true;
         }
@@ -101,10 +100,7 @@ private:
             m_next = m_blockEnd = nullptr;
             return false;
         }
-        std::unique_ptr<char[]> texts = capacity == kBlockSize ? std::move(m_spare) : nullptr;
-        if (!texts) {
-            texts.reset(new char[capacity]);
-        }
+        std::unique_ptr<char[]> texts(new char[capacity]);
         m_next = texts.get();
         m_blockEnd = m_next + capacity;
         m_blocks.push_back({std::move(texts), capacity});
@@ -118,9 +114,6 @@ private:
         Block& block = m_blocks.front();
         if (--block.candidates == 0) {
             m_memory -= block.capacity;
-            if (block.capacity == kBlockSize) {
-                m_spare = std::move(block.texts);
-            }
             m_blocks.pop_front();
         }
     }
@@ -139,8 +132,6 @@ private:
     std::deque<Candidate> m_candidates;
     std::deque<Block> m_blocks;
     std::size_t m_memory = 0;  // of all blocks
-    /// A block that is no longer needed and will be: to give it back and get one again costs more.
-    std::unique_ptr<char[]> m_spare;
     /// Where the next text comes, and where the last block ends.
     char* m_next = nullptr;
     char* m_blockEnd = nullptr;

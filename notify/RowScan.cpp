@@ -1,7 +1,6 @@
 #include "notify/RowScan.h"
 
 #include <cstdint>
-#include <cstring>
 
 namespace KIVO::NEXNotify {
 
@@ -10,12 +9,6 @@ namespace {
 /// Up to here every integer is a double. The JSON library rounds larger ones twice on their way to a double,
 /// and so makes another number of some than everyone else.
 constexpr std::int64_t kMaxExact = std::int64_t{1} << 53;
-
-/// Whether the two are equal. The literal's length is known, which spares a call.
-template <std::size_t N>
-bool IsNamed(std::string_view name, const char (&literal)[N]) {
-    return name.size() == N - 1 && std::memcmp(name.data(), literal, N - 1) == 0;
-}
 
 }  // namespace
 
@@ -51,13 +44,13 @@ std::optional<RowFacts> ScanRow(JsonScanner& scanner, std::string_view text) {
     RowFacts facts;
     bool hasTitle = false;
     for (const auto [name, value] : *notification) {
-        if (IsNamed(name, "title")) {
+        if (name == "title") {
             // The JSON library takes the last of two, and makes text of some values that are none.
             if (hasTitle || value.get(facts.tag) != simdjson::SUCCESS) {
                 return std::nullopt;
             }
             hasTitle = true;
-        } else if (IsNamed(name, "time")) {
+        } else if (name == "time") {
             std::int64_t integer = 0;
             const bool isInt64 = value.get(integer) == simdjson::SUCCESS;
             if (facts.hasTime || !value.is_number() || (isInt64 ? integer > kMaxExact : value.is_uint64()) ||
