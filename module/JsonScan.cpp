@@ -18,18 +18,20 @@ constexpr size_t kInitialCapacity = 4096;
 }  // namespace
 
 JsonScanner::JsonScanner() {
-    if (m_parser.allocate(kInitialCapacity, kMaxDepth) != simdjson::SUCCESS) {
-        throw std::bad_alloc();
-    }
+    ThrowIfShort(m_parser.allocate(kInitialCapacity, kMaxDepth));
 }
 
 std::optional<simdjson::dom::object> JsonScanner::Scan(std::string_view text, bool isPadded) {
     simdjson::dom::object object;
     const auto error = m_parser.parse(text.data(), text.size(), !isPadded).get(object);
-    if (error == simdjson::MEMALLOC) {
-        throw std::bad_alloc();  // The parser may have got part of what it needs.
-    }
+    ThrowIfShort(error);
     return error == simdjson::SUCCESS ? std::optional(object) : std::nullopt;
+}
+
+void JsonScanner::ThrowIfShort(simdjson::error_code error) {
+    if (error == simdjson::MEMALLOC) {
+        throw std::bad_alloc();
+    }
 }
 
 }  // namespace KIVO::NEXNotify

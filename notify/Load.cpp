@@ -1,6 +1,7 @@
 // Action "load": one page of the login user's notifications, newest first.
 
 #include <algorithm>
+#include <cstddef>
 #include <exception>
 #include <functional>
 #include <optional>
@@ -73,8 +74,11 @@ public:
     /// Judges the rows that were read last, as it has to be done at their end. False when the text of one is
     /// not JSON.
     bool JudgeBatch() {
-        for (const std::string_view text : m_batch.Texts()) {
-            if (!Judge(text)) {
+        const auto& texts = m_batch.Texts();
+        std::size_t judged = m_scanner.Scan(
+            m_batch, [this](std::string_view text, const RowFacts& facts) { List(text, facts); });
+        for (; judged < texts.size(); ++judged) {
+            if (!Judge(texts[judged])) {
                 return false;
             }
         }
@@ -93,27 +97,31 @@ private:
     /// False when the text of an earlier row is not JSON.
     bool Add(std::string_view text) { return m_batch.Add(text) || (JudgeBatch() && m_batch.Add(text)); }
 
-    /// False when the text is not JSON.
+    /// Lists the notification of a text, if it is to be listed. False when the text is not JSON.
     bool Judge(std::string_view text) {
-        std::optional<RowFacts> facts = ScanRow(m_scanner, text);
+        if (const auto facts = m_scanner.Scan(text)) {
+            List(text, *facts);
+            return true;
+        }
+        Json::Value parsed(Json::arrayValue);
+        if (!Parse(std::string(text).c_str(), parsed)) {
+            return false;
+        }
         std::string tagText;
-        if (!facts) {
-            Json::Value parsed(Json::arrayValue);
-            if (!Parse(text.data(), parsed)) {
-                return false;
-            }
-            facts = FactsOf(parsed[0], tagText);
+        List(text, FactsOf(parsed[0], tagText));
+        return true;
+    }
+
+    void List(std::string_view text, const RowFacts& facts) {
+        if (!IsAdmitted(facts.tag)) {
+            return;
         }
-        if (!IsAdmitted(facts->tag)) {
-            return true;
-        }
-        if (!facts->hasTime) {
+        if (!facts.hasTime) {
             m_window.AddUntimed();
-            return true;
+            return;
         }
         m_window.AddTimed(text);
-        m_newestTime = std::max(m_newestTime, facts->time);
-        return true;
+        m_newestTime = std::max(m_newestTime, facts.time);
     }
 
     bool IsAdmitted(std::string_view tag) {
@@ -129,7 +137,7 @@ private:
     std::function<bool(const std::string&)> m_admits;
     TextBatch m_batch;
     PageWindow m_window;
-    JsonScanner m_scanner;
+    RowScanner m_scanner;
     std::unordered_map<std::string, bool, HashText, std::equal_to<>> m_admitted;
     bool m_hasRows = false;
     double m_newestTime = 0.0;
@@ -187,6 +195,7 @@ int Notify::ExecuteLoad() {
     m_result["newestMsgTime"] = 0;
 
     Json::Value notification;  // one for all tags that are asked about
+    Json::Value& title = notification["title"];
     Listing listing(m_limit, m_offset, [&](const std::string& tag) {
         if (tag.find(':') == std::string::npos && !enabledTags.contains(tag)) {
             return false;
@@ -194,7 +203,7 @@ int Notify::ExecuteLoad() {
         if (m_all) {
             return true;
         }
-        notification["title"] = tag;
+        title = tag;
         return HasPrivilege(notification);
     });
     bool hasRun = false;

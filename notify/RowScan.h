@@ -2,11 +2,15 @@
 
 #include <json/value.h>
 
+#include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "module/JsonScan.h"
+#include "notify/TextBatch.h"
 
 namespace KIVO::NEXNotify {
 
@@ -26,8 +30,23 @@ std::string TagOf(const Json::Value& notification);
 /// The facts of a notification that the JSON library has parsed. The tag is kept in `tagText`.
 RowFacts FactsOf(const Json::Value& notification, std::string& tagText);
 
-/// Reads the facts off a stored text in one pass; behind it must be JsonScanner::kPadding bytes to read. The
-/// tag is valid until the scanner's next scan. Nothing when only the JSON library is to judge the text.
-std::optional<RowFacts> ScanRow(JsonScanner& scanner, std::string_view text);
+/// Reads the facts of stored texts without making trees of them.
+class RowScanner {
+public:
+    /// Calls `visit` with each text of the batch and its facts, which are valid during the call. Ends early at
+    /// one that is to be judged by itself. How many there were.
+    std::size_t Scan(const TextBatch& batch,
+                     const std::function<void(std::string_view text, const RowFacts& facts)>& visit);
+
+    /// The facts of one text; behind it must be JsonScanner::kPadding bytes to read. Valid until the next scan.
+    /// Nothing when only the JSON library is to judge the text.
+    std::optional<RowFacts> Scan(std::string_view text);
+
+private:
+    std::string_view Mask(std::string_view lines);
+
+    JsonScanner m_scanner;
+    std::vector<char> m_masked;
+};
 
 }  // namespace KIVO::NEXNotify

@@ -27,14 +27,17 @@ public:
         }
         char* copy = m_bytes.get() + m_size;
         std::memcpy(copy, text.data(), text.size());
-        copy[text.size()] = '\0';
+        copy[text.size()] = '\n';
         m_size += text.size() + 1;
         m_texts.emplace_back(copy, text.size());
         return true;
     }
 
-    /// In their order, each ended by a NUL byte and fit for JsonScanner::ScanPadded; valid until Clear.
+    /// In their order, each fit for JsonScanner::ScanPadded; valid until Clear.
     const std::vector<std::string_view>& Texts() const { return m_texts; }
+
+    /// The same texts side by side, with a line feed behind each; "" when there are none.
+    std::string_view Lines() const { return {m_bytes.get(), m_size}; }
 
     void Clear() {
         m_texts.clear();
