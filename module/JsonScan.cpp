@@ -17,9 +17,7 @@ constexpr size_t kInitialCapacity = 4096;
 
 }  // namespace
 
-JsonScanner::JsonScanner() {
-    ThrowIfShort(m_parser.allocate(kInitialCapacity, kMaxDepth));
-}
+JsonScanner::JsonScanner() { ThrowIfShort(m_parser.allocate(kInitialCapacity, kMaxDepth)); }
 
 std::optional<simdjson::dom::object> JsonScanner::Scan(std::string_view text, bool isPadded) {
     simdjson::dom::object object;

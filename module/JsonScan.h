@@ -26,8 +26,9 @@ public:
     std::optional<simdjson::dom::object> ScanPadded(std::string_view text) { return Scan(text, true); }
 
     /// The same of texts side by side, with white space between them and kPadding bytes behind the last: one
-    /// pass finds the marks of all, which costs less than one a text. Calls `visit` with where each object lies
-    /// and with the object, as long as it returns true; ends early where only the JSON library is to judge.
+    /// pass finds the marks of all, which costs less than one a text. Calls `visit` with where each object
+    /// lies and with the object, as long as it returns true; ends early where only the JSON library is to
+    /// judge.
     template <class Visit>
     void ScanMany(std::string_view texts, const Visit& visit) {
         simdjson::dom::document_stream stream;
@@ -50,7 +51,8 @@ public:
 private:
     std::optional<simdjson::dom::object> Scan(std::string_view text, bool isPadded);
 
-    /// Throws std::bad_alloc when that is what the error tells: the parser may have got part of what it needs.
+    /// Throws std::bad_alloc when that is what the error tells: the parser may have got part of what it
+    /// needs.
     static void ThrowIfShort(simdjson::error_code error);
 
     simdjson::dom::parser m_parser;

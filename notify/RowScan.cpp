@@ -93,8 +93,8 @@ std::optional<RowFacts> RowScanner::Scan(std::string_view text) {
     return notification ? ReadFacts(*notification) : std::nullopt;
 }
 
-/// The lines with each escaped quote masked. Most messages hold JSON as text, which is full of such quotes, and
-/// simdjson needs about as long to decode them one by one as for all the rest.
+/// The lines with each escaped quote masked. Most messages hold JSON as text, which is full of such quotes,
+/// and simdjson needs about as long to decode them one by one as for all the rest.
 std::string_view RowScanner::Mask(std::string_view lines) {
     const std::size_t size = lines.size();
     if (m_masked.size() < size + JsonScanner::kPadding) {
@@ -109,7 +109,8 @@ std::string_view RowScanner::Mask(std::string_view lines) {
     unsigned char pairs = 0;
     for (std::size_t i = 1; i + 1 < size; ++i) {
         const bool isBackslash = text[i] == '\\';
-        const bool isMasked = (isBackslash & (text[i + 1] == '"')) | ((text[i] == '"') & (text[i - 1] == '\\'));
+        const bool isMasked =
+            (isBackslash & (text[i + 1] == '"')) | ((text[i] == '"') & (text[i - 1] == '\\'));
         copy[i] = isMasked ? kMask : text[i];
         pairs |= isBackslash & (text[i + 1] == '\\');
     }

@@ -33,13 +33,13 @@ RowFacts FactsOf(const Json::Value& notification, std::string& tagText);
 /// Reads the facts of stored texts without making trees of them.
 class RowScanner {
 public:
-    /// Calls `visit` with each text of the batch and its facts, which are valid during the call. Ends early at
-    /// one that is to be judged by itself. How many there were.
+    /// Calls `visit` with each text of the batch and its facts, which are valid during the call. Ends early
+    /// at one that is to be judged by itself. How many there were.
     std::size_t Scan(const TextBatch& batch,
                      const std::function<void(std::string_view text, const RowFacts& facts)>& visit);
 
-    /// The facts of one text; behind it must be JsonScanner::kPadding bytes to read. Valid until the next scan.
-    /// Nothing when only the JSON library is to judge the text.
+    /// The facts of one text; behind it must be JsonScanner::kPadding bytes to read. Valid until the next
+    /// scan. Nothing when only the JSON library is to judge the text.
     std::optional<RowFacts> Scan(std::string_view text);
 
 private:

@@ -82,7 +82,10 @@ std::string WriteJson(const Json::Value& value) {
     static const Json::StreamWriterBuilder asciiBuilder = MakeWriterBuilder(false);
     std::string text = Json::writeString(utf8Builder, value);
     // The library copies a string's bytes as they are; only when it escapes does it notice what is not UTF-8.
-    return IsUtf8(text) ? text : Json::writeString(asciiBuilder, value);
+    if (!IsUtf8(text)) {
+        text = Json::writeString(asciiBuilder, value);
+    }
+    return text;
 }
 
 std::optional<int> AsInt(const Json::Value& value) {
