@@ -8,7 +8,7 @@ namespace {
 
 // Far below the nesting that the JSON library refuses, so that what is near it is left to the library.
 constexpr size_t kMaxDepth = 256;
-// Holds a common notification, so that the parser seldom grows.
+// Grows with what is scanned.
 constexpr size_t kInitialCapacity = 4096;
 
 // At its first use simdjson looks for the processor's best implementation, and ends the process when memory

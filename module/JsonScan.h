@@ -25,22 +25,26 @@ public:
     /// The same of a text that has kPadding bytes behind it, which spares a copy.
     std::optional<simdjson::dom::object> ScanPadded(std::string_view text) { return Scan(text, true); }
 
-    /// The same of texts side by side, with white space between them and kPadding bytes behind the last: one
-    /// pass finds the marks of all, which costs less than one a text. Calls `visit` with where each object
-    /// lies and with the object, as long as it returns true; ends early where only the JSON library is to
-    /// judge.
+    /// The same of texts side by side: one pass finds the marks of all, which costs less than one a text.
+    /// Behind each text is white space, as behind a cut-off character simdjson would begin anew, in a thread.
+    /// Behind all of them are kPadding bytes, the first of them NUL: where a last text does not end, simdjson
+    /// reads that byte as if it were of the text. Calls `visit` with where each object lies and with the
+    /// object, as long as it returns true; ends early where only the JSON library is to judge. Throws
+    /// std::bad_alloc.
     template <class Visit>
     void ScanMany(std::string_view texts, const Visit& visit) {
         simdjson::dom::document_stream stream;
         auto error = m_parser.parse_many(texts.data(), texts.size(), texts.size()).get(stream);
         if (error != simdjson::SUCCESS) {
-            return ThrowIfShort(error);
+            ThrowIfShort(error);
+            return;
         }
         for (auto document = stream.begin(); document != stream.end(); ++document) {
             simdjson::dom::object object;
             error = (*document).get(object);
             if (error != simdjson::SUCCESS) {
-                return ThrowIfShort(error);
+                ThrowIfShort(error);
+                return;
             }
             if (!visit(document.source(), object)) {
                 return;

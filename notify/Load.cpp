@@ -75,7 +75,7 @@ public:
     /// not JSON.
     bool JudgeBatch() {
         const auto& texts = m_batch.Texts();
-        std::size_t judged = m_scanner.Scan(
+        std::size_t judged = m_scanner.ScanBatch(
             m_batch, [this](std::string_view text, const RowFacts& facts) { List(text, facts); });
         for (; judged < texts.size(); ++judged) {
             if (!Judge(texts[judged])) {

@@ -63,17 +63,18 @@ RowFacts FactsOf(const Json::Value& notification, std::string& tagText) {
     return facts;
 }
 
-std::size_t RowScanner::Scan(const TextBatch& batch,
-                             const std::function<void(std::string_view, const RowFacts&)>& visit) {
+std::size_t RowScanner::ScanBatch(const TextBatch& batch,
+                                  const std::function<void(std::string_view, const RowFacts&)>& visit) {
     const auto& texts = batch.Texts();
     const std::string_view lines = batch.Lines();
-    std::size_t count = 0;
     if (texts.empty()) {
-        return count;
+        return 0;
     }
+    std::size_t count = 0;
     const std::string_view masked = Mask(lines);
     m_scanner.ScanMany(masked, [&](std::string_view source, simdjson::dom::object notification) {
-        // An object that begins or ends elsewhere is made of pieces of broken texts.
+        // An object that begins or ends elsewhere is none of the texts as a whole: there is white space in
+        // front, more behind, or it is made of pieces of broken ones.
         const std::string_view text = texts[count];
         if (source.data() - masked.data() != text.data() - lines.data() || source.size() > text.size()) {
             return false;
@@ -102,10 +103,11 @@ std::string_view RowScanner::Mask(std::string_view lines) {
     }
     const char* const text = lines.data();
     char* const copy = m_masked.data();
-    // Without a branch, so that the compiler makes it work on many characters at a time. The last is a line
-    // feed; a first one that is no brace makes no object, whatever it is.
+    // The last character is a line feed; a first one that is no brace makes no object, whatever it is.
     copy[0] = text[0];
     copy[size - 1] = text[size - 1];
+    copy[size] = '\0';
+    // Without a branch, so that the compiler (at -O3) makes it work on many characters at a time.
     unsigned char pairs = 0;
     for (std::size_t i = 1; i + 1 < size; ++i) {
         const bool isBackslash = text[i] == '\\';

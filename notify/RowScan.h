@@ -34,9 +34,9 @@ RowFacts FactsOf(const Json::Value& notification, std::string& tagText);
 class RowScanner {
 public:
     /// Calls `visit` with each text of the batch and its facts, which are valid during the call. Ends early
-    /// at one that is to be judged by itself. How many there were.
-    std::size_t Scan(const TextBatch& batch,
-                     const std::function<void(std::string_view text, const RowFacts& facts)>& visit);
+    /// where the rest is to be judged one by one; returns how many it visited.
+    std::size_t ScanBatch(const TextBatch& batch,
+                          const std::function<void(std::string_view text, const RowFacts& facts)>& visit);
 
     /// The facts of one text; behind it must be JsonScanner::kPadding bytes to read. Valid until the next
     /// scan. Nothing when only the JSON library is to judge the text.
