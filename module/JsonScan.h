@@ -35,21 +35,16 @@ public:
     void ScanMany(std::string_view texts, const Visit& visit) {
         simdjson::dom::document_stream stream;
         auto error = m_parser.parse_many(texts.data(), texts.size(), texts.size()).get(stream);
-        if (error != simdjson::SUCCESS) {
-            ThrowIfShort(error);
-            return;
-        }
-        for (auto document = stream.begin(); document != stream.end(); ++document) {
-            simdjson::dom::object object;
-            error = (*document).get(object);
-            if (error != simdjson::SUCCESS) {
-                ThrowIfShort(error);
-                return;
-            }
-            if (!visit(document.source(), object)) {
-                return;
+        if (error == simdjson::SUCCESS) {
+            for (auto document = stream.begin(); document != stream.end(); ++document) {
+                simdjson::dom::object object;
+                error = (*document).get(object);
+                if (error != simdjson::SUCCESS || !visit(document.source(), object)) {
+                    break;
+                }
             }
         }
+        ThrowIfShort(error);
     }
 
 private:

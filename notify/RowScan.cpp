@@ -1,6 +1,7 @@
 #include "notify/RowScan.h"
 
 #include <cstdint>
+#include <cstring>
 
 namespace KIVO::NEXNotify {
 
@@ -94,8 +95,9 @@ std::optional<RowFacts> RowScanner::Scan(std::string_view text) {
     return notification ? ReadFacts(*notification) : std::nullopt;
 }
 
-/// The lines with each escaped quote masked. Most messages hold JSON as text, which is full of such quotes,
-/// and simdjson needs about as long to decode them one by one as for all the rest.
+/// A copy of the lines for JsonScanner::ScanMany, with each escaped quote masked. Most messages hold JSON as
+/// text, which is full of such quotes, and simdjson needs about as long to decode them one by one as for all
+/// the rest.
 std::string_view RowScanner::Mask(std::string_view lines) {
     const std::size_t size = lines.size();
     if (m_masked.size() < size + JsonScanner::kPadding) {
@@ -103,21 +105,23 @@ std::string_view RowScanner::Mask(std::string_view lines) {
     }
     const char* const text = lines.data();
     char* const copy = m_masked.data();
-    // The last character is a line feed; a first one that is no brace makes no object, whatever it is.
-    copy[0] = text[0];
-    copy[size - 1] = text[size - 1];
-    copy[size] = '\0';
     // Without a branch, so that the compiler (at -O3) makes it work on many characters at a time.
     unsigned char pairs = 0;
     for (std::size_t i = 1; i + 1 < size; ++i) {
-        const bool isBackslash = text[i] == '\\';
-        const bool isMasked =
-            (isBackslash & (text[i + 1] == '"')) | ((text[i] == '"') & (text[i - 1] == '\\'));
+        const bool isEscaped = text[i - 1] == '\\';
+        const bool isMasked = ((text[i] == '\\') & (text[i + 1] == '"')) | ((text[i] == '"') & isEscaped);
         copy[i] = isMasked ? kMask : text[i];
-        pairs |= isBackslash & (text[i + 1] == '\\');
+        pairs |= isEscaped & (text[i] == '\\');
     }
-    // Behind two backslashes a quote is none that they escape, and ends its text.
-    return pairs != 0 ? lines : std::string_view(copy, size);
+    // The last character is a line feed; a first one that is no brace makes no object, whatever it is.
+    copy[0] = text[0];
+    copy[size - 1] = text[size - 1];
+    if (pairs != 0) {
+        // Behind two backslashes a quote is none that they escape, and ends its text.
+        std::memcpy(copy, text, size);
+    }
+    copy[size] = '\0';
+    return {copy, size};
 }
 
 }  // namespace KIVO::NEXNotify

@@ -28,7 +28,6 @@ public:
         char* copy = m_bytes.get() + m_size;
         std::memcpy(copy, text.data(), text.size());
         copy[text.size()] = '\n';
-        copy[text.size() + 1] = '\0';
         m_size += text.size() + 1;
         m_texts.emplace_back(copy, text.size());
         return true;
@@ -37,8 +36,7 @@ public:
     /// In their order, each fit for JsonScanner::ScanPadded; valid until Clear.
     const std::vector<std::string_view>& Texts() const { return m_texts; }
 
-    /// The same texts side by side, with a line feed behind each and a NUL byte behind the last, as
-    /// JsonScanner::ScanMany wants them; "" when there are none.
+    /// The same texts side by side, with a line feed behind each; "" when there are none.
     std::string_view Lines() const { return {m_bytes.get(), m_size}; }
 
     void Clear() {
