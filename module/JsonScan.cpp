@@ -17,7 +17,14 @@ constexpr size_t kInitialCapacity = 4096;
 
 }  // namespace
 
-JsonScanner::JsonScanner() { ThrowIfShort(m_parser.allocate(kInitialCapacity, kMaxDepth)); }
+JsonScanner::JsonScanner() {
+    ThrowIfShort(m_parser.allocate(kInitialCapacity, kMaxDepth));
+#ifdef SIMDJSON_THREADS_ENABLED
+    // Behind a cut-off character ScanMany would begin anew in a thread, whose parser has another limit of
+    // nesting.
+    m_parser.threaded = false;
+#endif
+}
 
 std::optional<simdjson::dom::object> JsonScanner::Scan(std::string_view text, bool isPadded) {
     simdjson::dom::object object;

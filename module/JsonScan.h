@@ -26,11 +26,10 @@ public:
     std::optional<simdjson::dom::object> ScanPadded(std::string_view text) { return Scan(text, true); }
 
     /// The same of texts side by side: one pass finds the marks of all, which costs less than one a text.
-    /// Behind each text is white space, as behind a cut-off character simdjson would begin anew, in a thread.
-    /// Behind all of them are kPadding bytes, the first of them NUL: where a last text does not end, simdjson
-    /// reads that byte as if it were of the text. Calls `visit` with where each object lies and with the
-    /// object, as long as it returns true; ends early where only the JSON library is to judge. Throws
-    /// std::bad_alloc.
+    /// Behind each text is white space. Behind all of them are kPadding bytes, the first of them NUL: where a
+    /// last text does not end, simdjson reads that byte as if it were of the text. Calls `visit` with where
+    /// each object lies and with the object, as long as it returns true; ends early where only the JSON
+    /// library is to judge. Throws std::bad_alloc.
     template <class Visit>
     void ScanMany(std::string_view texts, const Visit& visit) {
         simdjson::dom::document_stream stream;

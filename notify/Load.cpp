@@ -44,7 +44,8 @@ bool Parse(const char* text, Json::Value& array) {
 /// of.
 class Listing {
 public:
-    /// `admits` tells whether notifications of a tag are listed; it is asked once a tag.
+    /// `admits` tells whether notifications of a tag are listed; it is asked once a tag, as long as
+    /// the tags can be remembered.
     Listing(int limit, int offset, std::function<bool(const std::string& tag)> admits)
         : m_admits(std::move(admits)), m_window(limit, offset) {
         m_admitted.max_load_factor(0.25F);  // one look-up a row: the fewer steps, the better
@@ -130,15 +131,26 @@ private:
         }
         std::string newTag(tag);
         const bool isAdmitted = m_admits(newTag);
-        m_admitted.emplace(std::move(newTag), isAdmitted);
+        const std::size_t size = newTag.size() + kEntrySize;
+        if (m_admittedSize + size <= kMostAdmitted) {
+            m_admitted.emplace(std::move(newTag), isAdmitted);
+            m_admittedSize += size;
+        }
         return isAdmitted;
     }
+
+    /// Of tags that are remembered, in bytes. An appliance has far fewer, but a stored title can be anything,
+    /// and another one in each row.
+    static constexpr std::size_t kMostAdmitted = std::size_t{2} * 1024 * 1024;
+    /// Of one of them beside its text: its node and its buckets.
+    static constexpr std::size_t kEntrySize = 128;
 
     std::function<bool(const std::string&)> m_admits;
     TextBatch m_batch;
     PageWindow m_window;
     RowScanner m_scanner;
     std::unordered_map<std::string, bool, HashText, std::equal_to<>> m_admitted;
+    std::size_t m_admittedSize = 0;
     bool m_hasRows = false;
     double m_newestTime = 0.0;
     std::exception_ptr m_failure;

@@ -108,16 +108,18 @@ std::string_view RowScanner::Mask(std::string_view lines) {
     // Without a branch, so that the compiler (at -O3) makes it work on many characters at a time.
     unsigned char pairs = 0;
     for (std::size_t i = 1; i + 1 < size; ++i) {
-        const bool isEscaped = text[i - 1] == '\\';
-        const bool isMasked = ((text[i] == '\\') & (text[i + 1] == '"')) | ((text[i] == '"') & isEscaped);
+        const bool isBehindBackslash = text[i - 1] == '\\';
+        const bool isMasked =
+            ((text[i] == '\\') & (text[i + 1] == '"')) | ((text[i] == '"') & isBehindBackslash);
         copy[i] = isMasked ? kMask : text[i];
-        pairs |= isEscaped & (text[i] == '\\');
+        pairs |= isBehindBackslash & (text[i] == '\\');
     }
-    // The last character is a line feed; a first one that is no brace makes no object, whatever it is.
+    // The first one begins an object only if it is a brace, and the last one is a line feed: neither is
+    // masked.
     copy[0] = text[0];
     copy[size - 1] = text[size - 1];
     if (pairs != 0) {
-        // Behind two backslashes a quote is none that they escape, and ends its text.
+        // Of two backslashes the first escapes the second: a quote behind them ends its text.
         std::memcpy(copy, text, size);
     }
     copy[size] = '\0';

@@ -166,6 +166,19 @@ TEST_F(Load, AsksForATagsPrivilegeOnce) {
     EXPECT_EQ(ThePlatform().calls["KIVOSysNotifyIsAllow"], 0);
 }
 
+TEST_F(Load, RemembersNoMoreTitlesThanAFewMegabytes) {
+    const auto title = [](int number) { return std::to_string(number) + ":" + std::string(64 << 10, 'x'); };
+    constexpr int kLast = 40;
+    for (int number = 1; number <= kLast; ++number) {
+        Add(R"({"title":")" + title(number) + R"("})");
+    }
+    Add(R"({"title":")" + title(1) + R"("})");
+    Add(R"({"title":")" + title(kLast) + R"("})");
+    LoadData();
+    EXPECT_EQ(ThePlatform().calls["KIVOSysNotifyIsAllow:" + title(1)], 1);
+    EXPECT_EQ(ThePlatform().calls["KIVOSysNotifyIsAllow:" + title(kLast)], 2);
+}
+
 TEST_F(Load, TellsAdministratorsWhenTheGroupSettingsChanged) {
     EXPECT_EQ(Text(LoadData("", "alice")), R"({"items":[],"newestMsgTime":0,"total":0})");
     m_root.WriteGroupSettings("administrators", Json::objectValue);
