@@ -1,10 +1,10 @@
 import {Api, Refused, Unreachable} from './api.js';
 import {Desktop} from './desktop.js';
 import {List} from './list.js';
-import {categoryOf, fill, keysOf, nameOf, parametersOf, SYSTEM_TITLE, tagOf} from './text.js';
+import {categoryOf, fill, keysOf, parametersOf, SYSTEM_TITLE} from './text.js';
 import {hasCome, timeOf, timesIn} from './time.js';
 import {Watch} from './watch.js';
-import {languageOfBrowser, wordsIn} from './words.js';
+import {languageFor, nameOf, tagOf, wordsIn} from './words.js';
 
 const PAGE = 30;
 // A filter may have to look far back for a page of its own: in steps that are few and not too large.
@@ -46,7 +46,7 @@ start();
 
 function start() {
   const token = takeToken();
-  words = wordsIn(languageOfBrowser());
+  words = wordsIn(languageFor(navigator.languages));
   translate();
   addEventListener('hashchange', () => {
     if (takeToken() !== token)

@@ -50,21 +50,3 @@ export function keysOf(notifications) {
     return `${count} ${text}`;
   }).toReversed();
 }
-
-const LANGUAGE_TAGS = {
-  chs: 'zh-Hans', cht: 'zh-Hant', csy: 'cs', dan: 'da', enu: 'en', fre: 'fr', ger: 'de', hun: 'hu',
-  ita: 'it', jpn: 'ja', krn: 'ko', nld: 'nl', nor: 'no', plk: 'pl', ptb: 'pt-BR', ptg: 'pt-PT',
-  rus: 'ru', spn: 'es', sve: 'sv', tha: 'th', trk: 'tr',
-};
-
-// The BCP 47 tag of a UI language.
-export const tagOf = language => LANGUAGE_TAGS[language] ?? 'en';
-
-// A language in its own words, as its speakers look for it.
-export function nameOf(language) {
-  const tag = LANGUAGE_TAGS[language];
-  if (!tag)
-    return language;
-  const name = new Intl.DisplayNames(tag, {type: 'language'}).of(tag);
-  return name[0].toLocaleUpperCase(tag) + name.slice(1);
-}

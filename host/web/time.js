@@ -9,12 +9,12 @@ const STEPS = [
 
 // Words ("yesterday") follow the page's language, so that a sentence is in one language; formats
 // (the order of day and month, 12 or 24 hours) follow the reader's own settings.
-export function timesIn(language) {
-  const words = navigator.languages.find(own => own.split('-')[0] === language.split('-')[0]) ?? language;
+export function timesIn(language, preferred = navigator.languages) {
+  const words = preferred.find(own => own.split('-')[0] === language.split('-')[0]) ?? language;
   const relative = new Intl.RelativeTimeFormat(words, {numeric: 'always'});
   const named = new Intl.RelativeTimeFormat(words, {numeric: 'auto'});
-  const clock = new Intl.DateTimeFormat(navigator.language, {timeStyle: 'short'});
-  const full = new Intl.DateTimeFormat(navigator.language, {dateStyle: 'full', timeStyle: 'medium'});
+  const clock = new Intl.DateTimeFormat(preferred[0], {timeStyle: 'short'});
+  const full = new Intl.DateTimeFormat(preferred[0], {dateStyle: 'full', timeStyle: 'medium'});
   const sameYear = new Intl.DateTimeFormat(words, {weekday: 'long', day: 'numeric', month: 'long'});
   const otherYear = new Intl.DateTimeFormat(words, {dateStyle: 'long'});
 

@@ -1,4 +1,4 @@
-"""The demo appliance: its texts in three languages agree, and seeding makes what the module and the host expect."""
+"""The demo appliance: its files fit each other, and seeding makes what the module and the host expect."""
 
 import contextlib
 import itertools
@@ -17,12 +17,8 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "demo"))
 import seed  # noqa: E402  (found through the line above)
 
-TEXTS = {"message", "altMessage", "mail"}
-KEYS = {"category", "level", "group", "appid"} | TEXTS
-LEVELS = {None, "NOTIFICATION_INFO", "NOTIFICATION_WARN", "NOTIFICATION_ERROR"}
 NOON = 1_700_000_000 // seed.DAY * seed.DAY + seed.DAY // 2
-CATALOGUES = {language: seed.read_catalogue(seed.DEMO / "catalogues" / language / "mails")
-              for language in ("enu", "ger", "fre")}
+CATALOGUES = {folder.name: seed.read_catalogue(folder / "mails") for folder in (seed.DEMO / "catalogues").iterdir()}
 ENGLISH = CATALOGUES["enu"]
 TAGS = set(ENGLISH.sections())
 
@@ -31,25 +27,8 @@ def read_json(path):
     return json.loads(path.read_bytes())
 
 
-class Texts(unittest.TestCase):
-    def test_languages_agree(self):
-        for language, catalogue in CATALOGUES.items():
-            self.assertEqual(catalogue.sections(), ENGLISH.sections(), language)
-            groups = {}
-            for tag in catalogue.sections():
-                own, model = catalogue[tag], ENGLISH[tag]
-                with self.subTest(language=language, tag=tag):
-                    self.assertEqual(set(own), set(model))
-                    self.assertLessEqual(set(own), KEYS)
-                    self.assertTrue({"message", "altMessage"} & set(own))
-                    self.assertIn(own.get("level"), LEVELS)
-                    self.assertEqual((own.get("level"), own.get("appid")), (model.get("level"), model.get("appid")))
-                    for key in TEXTS & set(own):
-                        self.assertEqual(seed.placeholders({key: own[key]}), seed.placeholders({key: model[key]}), key)
-                        self.assertNotRegex(own[key], r"\{(?![A-Z]+\})|[^A-Z]\}|\\[^n]", key)
-                    self.assertEqual(groups.setdefault(model["group"], own["group"]), own["group"])
-
-    def test_other_files_fit_the_catalogue(self):
+class Files(unittest.TestCase):
+    def test_they_fit_the_catalogue(self):
         mails = seed.read_catalogue(seed.DEMO / "mail_templates")
         for tag in mails.sections():
             self.assertLessEqual(seed.placeholders(mails[tag]), seed.placeholders(ENGLISH[tag]), tag)
