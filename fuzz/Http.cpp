@@ -75,7 +75,7 @@ KIVO_PUBLIC ssize_t recv(int descriptor, void* buffer, std::size_t size, int fla
 void KIVO::Fuzz::Try(const std::string& input) {
     Root();
     static const Host::Module module("");  // this program
-    static const Host::Page page = {{"/", {"<p>page</p>", "text/html"}}};
+    static const Host::Router router(module, {{"/", {"<p>page</p>", "text/html"}}});
     static const FileDescriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     // Unlike a port, such a name is free again at once.
     static sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};
@@ -96,7 +96,7 @@ void KIVO::Fuzz::Try(const std::string& input) {
     const FileDescriptor closing(epoll_create1(EPOLL_CLOEXEC));
     epoll_event event = {EPOLLRDHUP, {}};
     epoll_ctl(closing.Get(), EPOLL_CTL_ADD, client.Get(), &event);
-    Host::HttpServer(module, page, listener.Get()).Run(closing.Get(), closing.Get());
+    Host::ServeHttp(router, listener.Get(), closing.Get(), closing.Get());
 
     std::string answers;
     char chunk[65536];

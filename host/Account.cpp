@@ -6,6 +6,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cassert>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -44,7 +45,8 @@ void Become(const Account& account) {
     }
 }
 
-std::string FirstClosedFolder(const std::string& folder) {
+std::optional<std::string> FirstClosedFolder(const std::string& folder) {
+    assert(folder.starts_with('/'));
     std::filesystem::path path;
     for (const std::filesystem::path& part : std::filesystem::path(folder)) {
         path /= part;
@@ -52,7 +54,7 @@ std::string FirstClosedFolder(const std::string& folder) {
             return path;
         }
     }
-    return "";
+    return std::nullopt;
 }
 
 }  // namespace KIVO::Host

@@ -15,7 +15,7 @@ struct Account {
 };
 
 /// The account of that name; nothing for an unknown one.
-std::optional<Account> FindAccount(const std::string& name);
+[[nodiscard]] std::optional<Account> FindAccount(const std::string& name);
 
 /// Makes the account's ids and groups this process's effective ones; real and saved ids stay the superuser's,
 /// so that the module can raise the effective ones again. Without the superuser's rights nothing changes but
@@ -23,7 +23,7 @@ std::optional<Account> FindAccount(const std::string& name);
 void Become(const Account& account);
 
 /// The first folder on the way to and including `folder`, an absolute path, that this process's effective ids
-/// may not enter; "" when there is none.
-std::string FirstClosedFolder(const std::string& folder);
+/// may not enter; nothing when it may enter them all.
+[[nodiscard]] std::optional<std::string> FirstClosedFolder(const std::string& folder);
 
 }  // namespace KIVO::Host

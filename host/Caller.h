@@ -14,13 +14,13 @@ struct Caller {
 };
 
 /// The user of that name, with the user's own language; nothing for an unknown one.
-std::optional<Caller> FindCaller(const std::string& userName);
+[[nodiscard]] std::optional<Caller> FindCaller(const std::string& userName);
 
 /// The user whom the token signs in, found in a time that tells nothing about the stored tokens. Nothing when
 /// no user has it, or more than one.
-std::optional<Caller> FindCallerByToken(std::string_view token);
+[[nodiscard]] std::optional<Caller> FindCallerByToken(std::string_view token);
 
 /// True for a well-formed code with a folder below the text cache.
-bool HasLanguage(const std::string& language);
+[[nodiscard]] bool HasLanguage(const std::string& language);
 
 }  // namespace KIVO::Host

@@ -2,6 +2,7 @@
 
 #include <syslog.h>
 
+#include <cassert>
 #include <exception>
 #include <utility>
 
@@ -67,6 +68,7 @@ Json::Value ErrorEnvelope(int code, const Json::Value& data) {
 }
 
 Json::Value Dispatch(const Method& method, const Caller& caller, const std::string& body) {
+    assert(method.row && method.check);
     APIRequest request(ParseParameters(body), caller.userName, caller.language, caller.isAdmin);
     APIResponse response;
     const bool accepted = Call(method, request, response);

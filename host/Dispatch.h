@@ -17,6 +17,6 @@ Json::Value ErrorEnvelope(int code, const Json::Value& data);
 /// envelope of what they answered. `body` is a JSON object whose members are the parameters. Throws a
 /// Refusal: 400 when the body is something else, 500 when the method threw, which is logged, or set no
 /// answer.
-Json::Value Dispatch(const Method& method, const Caller& caller, const std::string& body);
+[[nodiscard]] Json::Value Dispatch(const Method& method, const Caller& caller, const std::string& body);
 
 }  // namespace KIVO::Host

@@ -8,16 +8,18 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cassert>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "host/HttpServer.h"
 #include "host/Memory.h"
-#include "host/Page.h"
+#include "host/Router.h"
 #include "host/Supervisor.h"
 #include "platform/kivocore/ApplianceRoot.h"
 #include "platform/kivocore/FileDescriptor.h"
@@ -60,12 +62,12 @@ void CheckAsSuperuser() {
 
 /// Warns of what the account must be able to read.
 void CheckAsAccount(const Account& account) {
-    if (const std::string folder = FirstClosedFolder(Appliance::Rooted("/")); !folder.empty()) {
+    if (const auto folder = FirstClosedFolder(Appliance::Rooted("/"))) {
         syslog(
             LOG_WARNING,
             "The account %s cannot enter %s: run chmod o+x on it, or put the appliance elsewhere and name it "
             "with --root.",
-            account.name.c_str(), folder.c_str());
+            account.name.c_str(), folder->c_str());
         return;
     }
     if (Appliance::LoadUsers()->empty()) {
@@ -95,28 +97,29 @@ bool IsLoopback(const std::string& address) {
            ntohl(parsed.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
 }
 
-void Serve(const Module& module, const std::filesystem::path& pageFolder, const Account& account,
-           const std::string& address, std::uint16_t port, unsigned workerCount) {
-    const Page page = ReadPage(pageFolder);
+void Serve(const Module& module, ServeOptions options) {
+    assert(IsLoopback(options.address));
+    Page page = ReadPage(options.pageFolder);
     if (page.empty()) {
-        syslog(LOG_WARNING, "There is no notification centre page in %s.", pageFolder.c_str());
+        syslog(LOG_WARNING, "There is no notification centre page in %s.", options.pageFolder.c_str());
     }
-    const Appliance::FileDescriptor listener = Listen(address, port);
+    const Router router(module, std::move(page));
+    const Appliance::FileDescriptor listener = Listen(options.address, options.port);
     CheckAsSuperuser();
 
     // From here on the supervisor has the account's ids too: the workers are born with them, and its real and
     // saved ids let it signal them all the same.
-    Become(account);
-    CheckAsAccount(account);
+    Become(options.account);
+    CheckAsAccount(options.account);
 
     // Neither a reader of the log nor a client that goes away may end a worker.
     std::signal(SIGPIPE, SIG_IGN);
-    Supervisor supervisor(workerCount, [&](int lifeline) {
+    Supervisor supervisor(options.workerCount, [&](int lifeline) {
         KeepFreedMemory();
         const Appliance::FileDescriptor stopSignals = StopSignals();
-        HttpServer(module, page, listener.Get()).Run(stopSignals.Get(), lifeline);
+        ServeHttp(router, listener.Get(), stopSignals.Get(), lifeline);
     });
-    std::cout << "Listening on http://" << address << ":" << port << std::endl;
+    std::cout << "Listening on http://" << options.address << ":" << options.port << std::endl;
     supervisor.Run();
 }
 

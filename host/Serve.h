@@ -1,21 +1,35 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include "host/Account.h"
 #include "host/Module.h"
 
 namespace KIVO::Host {
 
-/// Whether it is the text of an IPv4 loopback address.
-bool IsLoopback(const std::string& address);
+/// What the server is to be; the defaults are the program's.
+struct ServeOptions {
+    /// A loopback address.
+    std::string address = "127.0.0.1";
+    /// 0 takes a free one.
+    std::uint16_t port = 8095;
+    unsigned workerCount = std::max(1U, std::thread::hardware_concurrency());
+    /// With whose rights the module is called.
+    Account account = {};
+    /// Holds the notification centre's files.
+    std::filesystem::path pageFolder = {};
+};
 
-/// Serves the module's methods, and the page in the folder, on the loopback address until SIGTERM or SIGINT.
-/// Port 0 takes a free one. Says on standard output where it listens, and in the log what is missing for it
-/// to be of use. Throws std::runtime_error when it cannot listen or cannot become the account.
-void Serve(const Module& module, const std::filesystem::path& pageFolder, const Account& account,
-           const std::string& address, std::uint16_t port, unsigned workerCount);
+/// Whether it is the text of an IPv4 loopback address.
+[[nodiscard]] bool IsLoopback(const std::string& address);
+
+/// Serves the module's methods, and the page, until SIGTERM or SIGINT. Says on standard output where it
+/// listens, and in the log what is missing for it to be of use. Throws std::runtime_error when it cannot
+/// listen or cannot become the account.
+void Serve(const Module& module, ServeOptions options);
 
 }  // namespace KIVO::Host

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -47,6 +48,7 @@ int WaitForSignal(std::chrono::nanoseconds time) {
 
 Supervisor::Supervisor(unsigned workerCount, Work work)
     : m_workerCount(workerCount), m_work(std::move(work)) {
+    assert(m_workerCount > 0 && m_work);
     const sigset_t signals = WaitedSignals();
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     int ends[2];

@@ -2,14 +2,11 @@
 #include <syslog.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 
 #include "host/Account.h"
 #include "host/Caller.h"
@@ -79,8 +76,8 @@ int Run(int argc, char* argv[]) {
 
     CLI::App& serve =
         *app.add_subcommand("serve", "Serves the methods and the notification centre over HTTP");
-    std::string address = "127.0.0.1";
-    serve.add_option("--address", address, "The loopback address to listen on")
+    ServeOptions options;
+    serve.add_option("--address", options.address, "The loopback address to listen on")
         ->check([](const std::string& text) {
             return IsLoopback(text) ? ""
                                     : text +
@@ -89,10 +86,10 @@ int Run(int argc, char* argv[]) {
         })
         ->type_name("ADDR")
         ->capture_default_str();
-    std::uint16_t port = 8095;
-    serve.add_option("--port", port, "The port; 0 for a free one")->type_name("N")->capture_default_str();
-    unsigned workerCount = std::max(1U, std::thread::hardware_concurrency());
-    serve.add_option("--workers", workerCount, "How many processes answer requests")
+    serve.add_option("--port", options.port, "The port; 0 for a free one")
+        ->type_name("N")
+        ->capture_default_str();
+    serve.add_option("--workers", options.workerCount, "How many processes answer requests")
         ->check(CLI::Range(1, 256))
         ->type_name("N")
         ->capture_default_str();
@@ -129,8 +126,9 @@ int Run(int argc, char* argv[]) {
                                        "There is no account " + accountName + " on this machine.");
         }
         if (serve.parsed()) {
-            Serve(module, InstallPrefix() / "share/notification-centre", *account, address, port,
-                  workerCount);
+            options.account = *account;
+            options.pageFolder = InstallPrefix() / "share/notification-centre";
+            Serve(module, options);
             return EXIT_SUCCESS;
         }
 

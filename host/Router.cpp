@@ -1,0 +1,151 @@
+#include "host/Router.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <initializer_list>
+#include <optional>
+
+#include "host/Caller.h"
+#include "host/Dispatch.h"
+#include "host/Refusal.h"
+#include "platform/kivocore/Catalogue.h"
+#include "platform/kivocore/Json.h"
+#include "platform/kivocore/Users.h"
+
+namespace KIVO::Host {
+
+namespace {
+
+constexpr std::string_view kApiPrefix = "/webapi/";
+
+/// The page asks nothing from any other origin, and no other page may frame it.
+constexpr char kContentSecurityPolicy[] =
+    "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
+    "manifest-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+
+bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+/// Whose bearer token the request carries. Throws a Refusal 401.
+Caller Authenticate(const HttpRequest& request) {
+    constexpr std::string_view kScheme = "Bearer ";
+    const std::string_view credentials = request.Header("Authorization");
+    std::optional<Caller> caller;
+    if (EqualsIgnoringCase(credentials.substr(0, kScheme.size()), kScheme)) {
+        caller = FindCallerByToken(credentials.substr(kScheme.size()));
+    }
+    if (!caller) {
+        throw Refusal(401, "The request carries no valid token.");
+    }
+    const std::string language(request.Header("KIVO-Language"));
+    if (HasLanguage(language)) {
+        caller->language = language;
+    }
+    return std::move(*caller);
+}
+
+void RequireMethod(const HttpRequest& request, std::initializer_list<std::string_view> accepted,
+                   const char* allow) {
+    if (std::ranges::find(accepted, request.method) == accepted.end()) {
+        throw Refusal(405, "The path does not take this HTTP method.", allow);
+    }
+}
+
+void RequireJson(const HttpRequest& request) {
+    std::string_view type = request.Header("Content-Type");
+    type = type.substr(0, type.find(';'));
+    type = type.substr(0, type.find_last_not_of(" \t") + 1);
+    if (!EqualsIgnoringCase(type, "application/json")) {
+        throw Refusal(415, "The body's content type is not application/json.");
+    }
+    if (request.isBodyTooLarge) {
+        throw Refusal(413, "The body is larger than " + std::to_string(kBodyLimit / 1024) + " KiB.");
+    }
+}
+
+Json::Value DescribeSession(const Caller& caller) {
+    Json::Value session(Json::objectValue);
+    session["user"] = caller.userName;
+    session["administrator"] = caller.isAdmin;
+    session["language"] = caller.language;
+    session["languages"] = Json::Value(Json::arrayValue);
+    for (const std::string& language : Appliance::InstalledLanguages()) {
+        session["languages"].append(language);
+    }
+    return session;
+}
+
+using Headers = decltype(HttpAnswer::headers);
+
+HttpAnswer MakeAnswer(unsigned status, Headers headers, std::string body) {
+    headers.emplace_back("X-Content-Type-Options", "nosniff");
+    return {status, std::move(headers), std::move(body)};
+}
+
+HttpAnswer MakeJsonAnswer(unsigned status, std::string body) {
+    return MakeAnswer(status,
+                      {{"Content-Type", "application/json; charset=utf-8"}, {"Cache-Control", "no-store"}},
+                      std::move(body));
+}
+
+}  // namespace
+
+std::string_view HttpRequest::Header(std::string_view name) const {
+    const auto header = std::ranges::find_if(
+        headers, [name](const auto& candidate) { return EqualsIgnoringCase(candidate.first, name); });
+    return header == headers.end() ? "" : header->second;
+}
+
+Router::Router(const Module& module, Page page) : m_module(module), m_page(std::move(page)) {}
+
+HttpAnswer Router::Answer(const HttpRequest& request) const {
+    try {
+        return Route(request);
+    } catch (const Refusal& refusal) {
+        HttpAnswer answer = MakeJsonAnswer(
+            refusal.Status(),
+            Appliance::WriteJson(ErrorEnvelope(static_cast<int>(refusal.Status()), refusal.what())));
+        if (refusal.Status() == 401) {
+            answer.headers.emplace_back("WWW-Authenticate", "Bearer");
+        }
+        if (refusal.Allow()) {
+            answer.headers.emplace_back("Allow", refusal.Allow());
+        }
+        return answer;
+    }
+}
+
+HttpAnswer Router::Failure() {
+    return MakeJsonAnswer(500,
+                          R"({"error":{"code":500,"data":"The server could not answer."},"success":false})");
+}
+
+HttpAnswer Router::Route(const HttpRequest& request) const {
+    if (const auto file = m_page.find(request.path); file != m_page.end()) {
+        RequireMethod(request, {"GET", "HEAD"}, "GET, HEAD");
+        return MakeAnswer(200,
+                          {{"Content-Type", file->second.type},
+                           {"Cache-Control", "no-cache"},
+                           {"Content-Security-Policy", kContentSecurityPolicy},
+                           {"Referrer-Policy", "no-referrer"}},
+                          file->second.content);
+    }
+    const Appliance::UsersSnapshot users;  // Who asks, and all that is asked about it, are of one moment.
+    // Before anything else, so that a stranger learns nothing but that a token is wanted.
+    const Caller caller = Authenticate(request);
+    if (request.path == "/session") {
+        RequireMethod(request, {"GET", "HEAD"}, "GET, HEAD");
+        return MakeJsonAnswer(200, Appliance::WriteJson(SuccessEnvelope(DescribeSession(caller))));
+    }
+    if (!request.path.starts_with(kApiPrefix)) {
+        throw Refusal(404, "There is nothing at this path.");
+    }
+    const Method method = m_module.Find(request.path.substr(kApiPrefix.size()));
+    RequireMethod(request, {"POST"}, "POST");
+    RequireJson(request);
+    return MakeJsonAnswer(200, Appliance::WriteJson(Dispatch(method, caller, request.body)));
+}
+
+}  // namespace KIVO::Host
