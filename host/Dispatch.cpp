@@ -15,21 +15,6 @@ namespace KIVO::Host {
 
 namespace {
 
-Json::Value ParseParameters(const std::string& body) {
-    if (body.empty()) {
-        throw Refusal(400, "The request has no body: send {} when there are no parameters.");
-    }
-    Json::Value parameters;
-    std::string error;
-    if (!Appliance::ParseJson(body, parameters, &error)) {
-        throw Refusal(400, error);
-    }
-    if (!parameters.isObject()) {
-        throw Refusal(400, "The body is not a JSON object.");
-    }
-    return parameters;
-}
-
 constexpr char kNoAnswer[] = "The method failed and gave no answer.";
 
 /// Lets the method answer. True when its check function accepted the request.
@@ -51,6 +36,21 @@ bool Call(const Method& method, APIRequest& request, APIResponse& response) {
 }
 
 }  // namespace
+
+Json::Value ParseParameters(const std::string& body) {
+    if (body.empty()) {
+        throw Refusal(400, "The request has no body: send {} when there are no parameters.");
+    }
+    Json::Value parameters;
+    std::string error;
+    if (!Appliance::ParseJson(body, parameters, &error)) {
+        throw Refusal(400, error);
+    }
+    if (!parameters.isObject()) {
+        throw Refusal(400, "The body is not a JSON object.");
+    }
+    return parameters;
+}
 
 Json::Value SuccessEnvelope(Json::Value data) {
     Json::Value envelope(Json::objectValue);

@@ -9,6 +9,9 @@
 
 namespace KIVO::Host {
 
+/// The JSON object that a request's body is. Throws a Refusal 400 when it is something else.
+[[nodiscard]] Json::Value ParseParameters(const std::string& body);
+
 /// The envelopes in which every answer is sent.
 Json::Value SuccessEnvelope(Json::Value data);
 Json::Value ErrorEnvelope(int code, const Json::Value& data);

@@ -18,6 +18,7 @@ namespace KIVO::Host {
 namespace {
 
 constexpr std::string_view kApiPrefix = "/webapi/";
+constexpr std::string_view kSessionPath = "/session";
 
 /// The page asks nothing from any other origin, and no other page may frame it.
 constexpr char kContentSecurityPolicy[] =
@@ -77,6 +78,18 @@ Json::Value DescribeSession(const Caller& caller) {
     return session;
 }
 
+/// The session that the code of a sign-in link begins.
+Json::Value SignIn(const std::string& body) {
+    const Json::Value parameters = ParseParameters(body);
+    const Json::Value& code = parameters["code"];
+    if (!code.isString()) {
+        throw Refusal(400, "The parameter code is missing or no string.");
+    }
+    Json::Value session(Json::objectValue);
+    session["token"] = ExchangeSignInCode(code.asString());
+    return session;
+}
+
 using Headers = decltype(HttpAnswer::headers);
 
 HttpAnswer MakeAnswer(unsigned status, Headers headers, std::string body) {
@@ -132,11 +145,15 @@ HttpAnswer Router::Route(const HttpRequest& request) const {
                            {"Referrer-Policy", "no-referrer"}},
                           file->second.content);
     }
+    if (request.path == kSessionPath && request.method == "POST") {
+        RequireJson(request);
+        return MakeJsonAnswer(200, Appliance::WriteJson(SuccessEnvelope(SignIn(request.body))));
+    }
     const Appliance::UsersSnapshot users;  // Who asks, and all that is asked about it, are of one moment.
     // Before anything else, so that a stranger learns nothing but that a token is wanted.
     const Caller caller = Authenticate(request);
-    if (request.path == "/session") {
-        RequireMethod(request, {"GET", "HEAD"}, "GET, HEAD");
+    if (request.path == kSessionPath) {
+        RequireMethod(request, {"GET", "HEAD"}, "GET, HEAD, POST");
         return MakeJsonAnswer(200, Appliance::WriteJson(SuccessEnvelope(DescribeSession(caller))));
     }
     if (!request.path.starts_with(kApiPrefix)) {

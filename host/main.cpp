@@ -2,6 +2,7 @@
 #include <syslog.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -108,10 +109,27 @@ int Run(int argc, char* argv[]) {
         ->type_name("")
         ->capture_default_str();
 
+    CLI::App& signIn = *app.add_subcommand("sign-in", "Prints a link that signs a user in to the page");
+    signIn.footer("The link is good for " + std::to_string(kSignInTime.count()) + " minutes.");
+    signIn.add_option("user", userName, "The user")->type_name("")->required();
+    std::string url = "http://127.0.0.1:8095";
+    signIn.add_option("--url", url, "Where the page is served")->type_name("URL")->capture_default_str();
+
     const CLI::App& list = *app.add_subcommand("list", "Lists the methods that the module serves and checks");
 
     try {
         app.parse(argc, argv);
+        setenv("KIVO_ROOT", std::filesystem::canonical(root).c_str(), 1);
+        if (signIn.parsed()) {
+            const auto expiry = std::chrono::system_clock::now() + kSignInTime;
+            const auto code = MakeSignInCode(userName, std::chrono::system_clock::to_time_t(expiry));
+            if (!code) {
+                throw CLI::ValidationError(
+                    "user", "The appliance has no user " + userName + " with a token of its own.");
+            }
+            std::cout << url << "/#code=" << *code << std::endl;
+            return EXIT_SUCCESS;
+        }
         const Module module(std::filesystem::absolute(file));
         if (list.parsed()) {
             PrintRows("Served:", module.Rows());
@@ -119,7 +137,6 @@ int Run(int argc, char* argv[]) {
             return EXIT_SUCCESS;
         }
 
-        setenv("KIVO_ROOT", std::filesystem::canonical(root).c_str(), 1);
         const std::optional<Account> account = FindAccount(accountName);
         if (!account) {
             throw CLI::ValidationError("--account",

@@ -1,7 +1,9 @@
 #include <sys/resource.h>
 
+#include <ctime>
 #include <map>
 
+#include "host/Caller.h"
 #include "tests/host/HostTest.h"
 
 namespace KIVO::Test {
@@ -41,6 +43,10 @@ TEST_F(HostTest, EachRequestGetsItsStatusAndOneSentence) {
         {{.body = "{} {}"}, 400, 400, "Line 1"},
         {{.body = "{\"a\":\"\xff\"}"}, 400, 400, "The text is not UTF-8"},
 
+        {{.path = "/session", .token = ""}, 400, 400, "The parameter code"},
+        {{.path = "/session", .body = R"({"code":1})"}, 400, 400, "The parameter code"},
+        {{.path = "/session", .contentType = "text/plain"}, 415, 415, "The body's content type"},
+
         {{.path = "/nothing"}, 404, 404, "There is nothing"},
         {{.path = "/webapi/"}, 404, 404, "A method is addressed"},
         {{.path = "/webapi/Test/echo"}, 404, 404, "A method is addressed"},
@@ -51,7 +57,7 @@ TEST_F(HostTest, EachRequestGetsItsStatusAndOneSentence) {
         {{.path = "/webapi/Test/2/echo"}, 404, 404, "The API has no such method"},
 
         {{.method = "PUT"}, 405, 405, "The path does not take"},
-        {{.path = "/session"}, 405, 405, "The path does not take"},
+        {{.path = "/session", .method = "PUT"}, 405, 405, "The path does not take"},
         {{.path = "/", .token = ""}, 405, 405, "The path does not take"},
         {{.contentType = "text/plain"}, 415, 415, "The body's content type"},
         {{.contentType = ""}, 415, 415, "The body's content type"},
@@ -75,7 +81,9 @@ TEST_F(HostTest, EachRequestGetsItsStatusAndOneSentence) {
         EXPECT_EQ(reply.get_header_value("Cache-Control"), "no-store");
         EXPECT_EQ(reply.get_header_value("X-Content-Type-Options"), "nosniff");
         EXPECT_EQ(reply.get_header_value("WWW-Authenticate"), status == 401 ? "Bearer" : "");
-        const char* const allowed = request.path.starts_with("/webapi") ? "POST" : "GET, HEAD";
+        const char* const allowed = request.path.starts_with("/webapi") ? "POST"
+                                    : request.path == "/session"        ? "GET, HEAD, POST"
+                                                                        : "GET, HEAD";
         EXPECT_EQ(reply.get_header_value("Allow"), status == 405 ? allowed : "");
     }
     EXPECT_EQ(m_host->Workers(), workers);
@@ -90,7 +98,8 @@ TEST_F(HostTest, OnlyAUsersOwnTokenSignsIn) {
          {"x", kToken + 1, "alices-secret-toke", "alices-secret-tokenalices-secret-token",
           "\"alices-secret-token\"", "shared-token", "bob"}) {
         for (const std::string path : {"/webapi/Test/1/echo", "/webapi/No/1/echo", "/session", "/nothing"}) {
-            const HttpReply reply = Send({.path = path, .token = wrong});
+            const std::string method = path == "/session" ? "GET" : "POST";
+            const HttpReply reply = Send({.path = path, .method = method, .token = wrong});
             EXPECT_EQ(reply.status, 401) << path << ' ' << wrong;
             EXPECT_EQ(reply.body, refused.body) << "A stranger learns nothing else.";
         }
@@ -102,6 +111,34 @@ TEST_F(HostTest, OnlyAUsersOwnTokenSignsIn) {
     EXPECT_EQ(Send().status, 401);
     EXPECT_EQ(Send({.token = "another-token"}).status, 200);
     EXPECT_FALSE(HasLogged("token")) << Log();
+}
+
+TEST_F(HostTest, ASignInCodeIsExchangedForTheTokenOfItsUserWhileItIsFresh) {
+    Serve();
+    const auto exchange = [this](const std::string& code) {
+        const std::string body = R"({"code":")" + code + "\"}";
+        const HttpReply reply = Send({.path = "/session", .body = body, .token = ""});
+        EXPECT_EQ(reply.status, reply.Envelope()["success"].asBool() ? 200 : 401) << reply.body;
+        return reply.body;
+    };
+    const std::time_t now = std::time(nullptr);
+    const std::string code = Host::MakeSignInCode("alice", now + 60).value();
+    EXPECT_EQ(exchange(code), R"({"data":{"token":"alices-secret-token"},"success":true})");
+    EXPECT_NE(exchange(Host::MakeSignInCode("alice", now - 1).value()).find("has expired"), code.npos);
+    const std::size_t dot = code.find('.');
+    const std::string later = std::to_string(now + 61);
+    for (const std::string& wrong :
+         {std::string(), std::string("x"), code.substr(0, code.size() - 1), code + "0",
+          code.substr(0, dot + 1) + later + code.substr(code.rfind('.')), "626f62" + code.substr(dot),
+          "6" + code, code.substr(0, dot)}) {
+        EXPECT_NE(exchange(wrong).find("is not valid. For another, run: webapi-host sign-in"), code.npos)
+            << wrong;
+    }
+    for (const char* user : {"bob", "carol", "nobody"}) {
+        EXPECT_EQ(Host::MakeSignInCode(user, now + 60), std::nullopt) << user;
+    }
+    m_root.WriteUsers({{.name = "alice", .token = "another-token"}});
+    EXPECT_NE(exchange(code).find("is not valid"), code.npos) << "A new token ends it.";
 }
 
 TEST_F(HostTest, BytesOfAnyKindHaveTheirStatusAndHurtNobody) {
