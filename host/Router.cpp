@@ -20,10 +20,12 @@ namespace {
 constexpr std::string_view kApiPrefix = "/webapi/";
 constexpr std::string_view kSessionPath = "/session";
 
-/// The page asks nothing from any other origin, and no other page may frame it.
+/// The page asks nothing from any other origin and makes no script out of a text, and no other page may frame
+/// it.
 constexpr char kContentSecurityPolicy[] =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
-    "manifest-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+    "manifest-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'; "
+    "require-trusted-types-for 'script'; trusted-types 'none'";
 
 bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
@@ -93,7 +95,9 @@ Json::Value SignIn(const std::string& body) {
 using Headers = decltype(HttpAnswer::headers);
 
 HttpAnswer MakeAnswer(unsigned status, Headers headers, std::string body) {
-    headers.emplace_back("X-Content-Type-Options", "nosniff");
+    headers.insert(headers.end(), {{"X-Content-Type-Options", "nosniff"},
+                                   {"Cross-Origin-Opener-Policy", "same-origin"},
+                                   {"Cross-Origin-Resource-Policy", "same-origin"}});
     return {status, std::move(headers), std::move(body)};
 }
 

@@ -80,6 +80,7 @@ TEST_F(HostTest, EachRequestGetsItsStatusAndOneSentence) {
         EXPECT_EQ(reply.get_header_value("Content-Type"), "application/json; charset=utf-8");
         EXPECT_EQ(reply.get_header_value("Cache-Control"), "no-store");
         EXPECT_EQ(reply.get_header_value("X-Content-Type-Options"), "nosniff");
+        EXPECT_EQ(reply.get_header_value("Cross-Origin-Resource-Policy"), "same-origin");
         EXPECT_EQ(reply.get_header_value("WWW-Authenticate"), status == 401 ? "Bearer" : "");
         const char* const allowed = request.path.starts_with("/webapi") ? "POST"
                                     : request.path == "/session"        ? "GET, HEAD, POST"
@@ -200,9 +201,12 @@ TEST_F(HostTest, ThePageIsServedWithoutAToken) {
     EXPECT_EQ(page.get_header_value("Content-Type"), "text/html; charset=utf-8");
     EXPECT_EQ(page.get_header_value("Content-Security-Policy"),
               "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
-              "manifest-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'");
+              "manifest-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'; "
+              "require-trusted-types-for 'script'; trusted-types 'none'");
     EXPECT_EQ(page.get_header_value("Referrer-Policy"), "no-referrer");
     EXPECT_EQ(page.get_header_value("X-Content-Type-Options"), "nosniff");
+    EXPECT_EQ(page.get_header_value("Cross-Origin-Opener-Policy"), "same-origin");
+    EXPECT_EQ(page.get_header_value("Cross-Origin-Resource-Policy"), "same-origin");
     EXPECT_NE(page.body.find("<html"), std::string::npos);
     const HttpReply head = Send({.path = "/", .body = "", .method = "HEAD", .token = ""});
     EXPECT_EQ(head.status, 200);
