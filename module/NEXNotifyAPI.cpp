@@ -18,7 +18,7 @@ void NEXNotifyAPIBase::Run() {
     if (code != 0) {
         m_response->SetError(code, m_error);
     } else {
-        m_response->SetSuccess(std::move(m_result));
+        m_response->SetSuccess(m_result);
     }
 }
 

@@ -187,7 +187,7 @@ bool Notify::HasPrivilege(const Json::Value& notification) const {
 }
 
 int Notify::ExecuteLoad() {
-    const KivoSettings settings(m_userName);
+    KivoSettings settings(m_userName);
     NotificationStore store;
     const std::unordered_set<std::string> enabledTags = getEnabledNotificationList();
     int uid = -1;

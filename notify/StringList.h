@@ -11,7 +11,11 @@ namespace KIVO::NEXNotify {
 class StringList {
 public:
     StringList() : m_list(KLIBCSzListAlloc(kCapacity)) {}
-    ~StringList() { KLIBCSzListFree(m_list); }
+    ~StringList() {
+        if (m_list != nullptr) {
+            KLIBCSzListFree(m_list);
+        }
+    }
     StringList(const StringList&) = delete;
     StringList& operator=(const StringList&) = delete;
 

@@ -25,7 +25,7 @@ std::string TagOf(const Json::Value& title) {
 
 /// The tag's mail body from the mail templates, where they have the tag, or from the UI language's catalogue;
 /// "" when it cannot be had.
-std::string MailContentOf(const APIRequest& request) {
+std::string MailContentOf(APIRequest& request) {
     const NotifyString record(KIVONotifyStringNew());
     StringList templates;
     if (!templates) {

@@ -118,7 +118,7 @@ Json::Value EntryOf(const NString& record, const char* message) {
 
 /// Fills `strings` with an object of all texts that are asked for; leaves it null when there are none. "", or
 /// the path of the file that cannot be read.
-std::string ReadStrings(const APIRequest& request, Json::Value& strings) {
+std::string ReadStrings(APIRequest& request, Json::Value& strings) {
     const NotifyString record(KIVONotifyStringNew());
     if (!record) {
         throw std::bad_alloc();  // Without a record every look-up would fail, and no texts would pass for the
@@ -159,7 +159,7 @@ void Strings_1_get(APIRequest* request, APIResponse* response) {
     Json::Value strings;
     const std::string unreadableFile = ReadStrings(*request, strings);
     if (unreadableFile.empty()) {
-        response->SetSuccess(std::move(strings));
+        response->SetSuccess(strings);
     } else {
         response->SetError(kErrorBadRequest, Json::Value(unreadableFile + " operater failed."));
     }

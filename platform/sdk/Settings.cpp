@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <optional>
-#include <utility>
 
 #include "platform/kivocore/ApplianceRoot.h"
 #include "platform/kivocore/FileContent.h"
@@ -10,9 +9,9 @@
 
 using namespace KIVO::Appliance;
 
-KivoSettings::KivoSettings(std::string userName) : m_userName(std::move(userName)) {}
+KivoSettings::KivoSettings(const std::string& userName) : m_userName(userName) {}
 
-bool KivoSettings::loadUserJsonSettings(Json::Value& settings) const {
+bool KivoSettings::loadUserJsonSettings(Json::Value& settings) {
     if (!IsPlainName(m_userName)) {
         return false;
     }
@@ -20,7 +19,7 @@ bool KivoSettings::loadUserJsonSettings(Json::Value& settings) const {
     return content && ParseJson(*content, settings);
 }
 
-bool KivoSettings::getGrpJsonSettingMtime(const char* groupName, unsigned long long& mtime) const {
+bool KivoSettings::getGrpJsonSettingMtime(const char* groupName, unsigned long long& mtime) {
     if (groupName == nullptr || !IsPlainName(groupName)) {
         return false;
     }

@@ -47,34 +47,34 @@ APIRequest::APIRequest(Json::Value parameters, std::string loginUserName, std::s
       m_uiLanguage(std::move(uiLanguage)),
       m_isAdmin(isAdmin) {}
 
-Json::Value APIRequest::GetParam(const std::string& name, const Json::Value& defaultValue) const {
+Json::Value APIRequest::GetParam(const std::string& name, const Json::Value& defaultValue) {
     const Json::Value* value = Find(m_parameters, name);
     return value != nullptr ? *value : defaultValue;
 }
 
-std::string APIRequest::GetLoginUserName() const { return m_loginUserName; }
+std::string APIRequest::GetLoginUserName() { return m_loginUserName; }
 
-std::string APIRequest::GetUILanguage() const { return m_uiLanguage; }
+std::string APIRequest::GetUILanguage() { return m_uiLanguage; }
 
-bool APIRequest::IsAdmin() const { return m_isAdmin; }
+bool APIRequest::IsAdmin() { return m_isAdmin; }
 
 APIParameter<double> APIRequest::GetAndCheckReal(const std::string& name, PARAM_NECESSITY necessity,
-                                                 APIParameterTest test) const {
+                                                 APIParameterTest test) {
     return GetAndCheck(Find(m_parameters, name), necessity, test, &AsReal);
 }
 
 APIParameter<int> APIRequest::GetAndCheckInt(const std::string& name, PARAM_NECESSITY necessity,
-                                             APIParameterTest test) const {
+                                             APIParameterTest test) {
     return GetAndCheck(Find(m_parameters, name), necessity, test, &Appliance::AsInt);
 }
 
 APIParameter<bool> APIRequest::GetAndCheckBool(const std::string& name, PARAM_NECESSITY necessity,
-                                               APIParameterTest test) const {
+                                               APIParameterTest test) {
     return GetAndCheck(Find(m_parameters, name), necessity, test, &AsBool);
 }
 
 APIParameter<std::string> APIRequest::GetAndCheckString(const std::string& name, PARAM_NECESSITY necessity,
-                                                        APIParameterTest test) const {
+                                                        APIParameterTest test) {
     return GetAndCheck(Find(m_parameters, name), necessity, test, &AsString);
 }
 

@@ -2,10 +2,8 @@
 
 namespace KIVO {
 
-void APIResponse::SetSuccess(const Json::Value& data) { SetSuccess(Json::Value(data)); }
-
-void APIResponse::SetSuccess(Json::Value&& data) {
-    m_data = std::move(data);
+void APIResponse::SetSuccess(const Json::Value& data) {
+    m_data = data;
     m_state = State::Success;
     m_errorCode = 0;
     ++m_answerCount;

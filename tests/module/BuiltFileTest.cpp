@@ -1,5 +1,5 @@
-// Reads the built libraries as the web-API server meets them: what they export, their name, their tables'
-// bytes.
+// Reads the built libraries as the web-API server meets them: what they export and import, their name, their
+// tables' bytes.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -25,7 +25,9 @@
 namespace KIVO::Test {
 namespace {
 
-std::string OutputOf(const std::string& command) {
+/// What the shell command prints of the library, which it knows as "$FILE".
+std::string OutputOf(const std::string& command, const char* file) {
+    setenv("FILE", file, 1);
     const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
     std::string output;
     std::array<char, 4096> chunk;
@@ -42,10 +44,23 @@ protected:
 };
 
 TEST_P(BuiltFile, ExportsFourSymbolsUnderItsName) {
-    const std::string file = std::string(" '") + GetParam() + "'";
-    EXPECT_EQ(OutputOf("nm -D --defined-only --format=posix" + file + " | cut -d ' ' -f 1 | LC_ALL=C sort"),
+    EXPECT_EQ(OutputOf(NM " -D --defined-only --format=posix \"$FILE\" | cut -d ' ' -f 1 | LC_ALL=C sort",
+                       GetParam()),
               "GetAPICheckTable\nGetAPITable\ngCheckTable\ngTable\n");
-    EXPECT_NE(OutputOf("readelf -d" + file).find("soname: [KIVO.Core.NEXNotify.so]"), std::string::npos);
+    EXPECT_EQ(OutputOf(READELF " -d \"$FILE\" | sed -n 's/.*soname: //p'", GetParam()),
+              "[KIVO.Core.NEXNotify.so]\n");
+}
+
+TEST(BuiltFileProduct, ImportsOnlyThePlatformsOperations) {
+    // Of the others, the C and C++ libraries' have a version; those with two underscores are a sanitizer's.
+    EXPECT_EQ(
+        OutputOf(NM " -D --undefined-only --demangle \"$FILE\" | sed -E '"
+                    "/@|^ *w /d; s/^ *U //; /^(typeinfo for |vtable for )?(Json|simdjson)::|^sqlite3_|^__/d; "
+                    "s/std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> "
+                    ">/std::string/g; "
+                    "s/\\[abi:cxx11\\]//; s/ >/>/g' | LC_ALL=C sort",
+                 PRODUCT_FILE),
+        OutputOf("sed '/^#/d' \"$FILE\"", OPERATIONS_FILE));
 }
 
 /// Eight bytes of a row.

@@ -77,7 +77,7 @@ TEST(Settings, StayInTheirFolder) {
     root.Write("/etc/kivo/settings/users/broken.json", "{");
     root.WriteGroupSettings("administrators", "document");
     Json::Value settings;
-    const KivoSettings alice("alice");
+    KivoSettings alice("alice");
     EXPECT_TRUE(alice.loadUserJsonSettings(settings));
     for (const std::string& name : {"bob"s, "broken"s, "../groups/administrators"s, "alice\0"s, ""s}) {
         EXPECT_FALSE(KivoSettings(name).loadUserJsonSettings(settings)) << name;

@@ -83,9 +83,11 @@ using namespace KIVO::Test;
 #define REAL(name) Real<decltype(name)>(#name)
 #define FORWARD(type, name, failure, parameters, arguments) \
     type name parameters { return Fails(#name) ? (failure) : REAL(name) arguments; }
-#define RELEASE(name, type)                                 \
+// Null is for those to release that say that they accept it.
+#define RELEASE(name, type, acceptsNull)                    \
     void name(type* resource) {                             \
         Fails(resource != nullptr ? #name : #name ":null"); \
+        EXPECT_TRUE(resource != nullptr || acceptsNull);    \
         ThePlatform().held -= resource != nullptr;          \
         REAL(name)(resource);                               \
     }
@@ -140,10 +142,10 @@ FORWARD(int, nexnotifyDbRunSql, -1,
         (sqlite3 * db, const char* sql, int (*callback)(void*, int, char**, char**), void* arg),
         (db, sql, callback, arg))
 
-RELEASE(KLIBCSzListFree, KLIBCSzList)
-RELEASE(KIVONotifyStringFree, NString)
-RELEASE(nexnotifyDbClose, sqlite3)
-RELEASE(sqlite3_free, void)
+RELEASE(KLIBCSzListFree, KLIBCSzList, false)
+RELEASE(KIVONotifyStringFree, NString, false)
+RELEASE(nexnotifyDbClose, sqlite3, true)
+RELEASE(sqlite3_free, void, true)
 
 int KIVOLogSet1(int category, int level, unsigned code, const char* a, const char* b, const char* c,
                 const char* d) {
@@ -201,32 +203,31 @@ char* sqlite3_mprintf(const char* format, ...) {
 }  // extern "C"
 
 // The framework reports failure by throwing. Its members are found by their symbols.
-using TextOfRequest = std::string(const KIVO::APIRequest*);
+using TextOfRequest = std::string(KIVO::APIRequest*);
 
-std::string KIVO::APIRequest::GetLoginUserName() const {
+std::string KIVO::APIRequest::GetLoginUserName() {
     return Fails("GetLoginUserName")
                ? throw std::runtime_error("from the framework")
-               : Real<TextOfRequest>("_ZNK4KIVO10APIRequest16GetLoginUserNameB5cxx11Ev")(this);
+               : Real<TextOfRequest>("_ZN4KIVO10APIRequest16GetLoginUserNameB5cxx11Ev")(this);
 }
 
-std::string KIVO::APIRequest::GetUILanguage() const {
-    return Fails("GetUILanguage")
-               ? throw std::runtime_error("from the framework")
-               : Real<TextOfRequest>("_ZNK4KIVO10APIRequest13GetUILanguageB5cxx11Ev")(this);
+std::string KIVO::APIRequest::GetUILanguage() {
+    return Fails("GetUILanguage") ? throw std::runtime_error("from the framework")
+                                  : Real<TextOfRequest>("_ZN4KIVO10APIRequest13GetUILanguageB5cxx11Ev")(this);
 }
 
-bool KIVO::APIRequest::IsAdmin() const {
-    return !Fails("IsAdmin") && Real<bool(const APIRequest*)>("_ZNK4KIVO10APIRequest7IsAdminEv")(this);
+bool KIVO::APIRequest::IsAdmin() {
+    return !Fails("IsAdmin") && Real<bool(APIRequest*)>("_ZN4KIVO10APIRequest7IsAdminEv")(this);
 }
 
-bool KivoSettings::getGrpJsonSettingMtime(const char* group, unsigned long long& mtime) const {
+bool KivoSettings::getGrpJsonSettingMtime(const char* group, unsigned long long& mtime) {
     return !Fails("getGrpJsonSettingMtime") &&
-           Real<bool(const KivoSettings*, const char*, unsigned long long&)>(
-               "_ZNK12KivoSettings22getGrpJsonSettingMtimeEPKcRy")(this, group, mtime);
+           Real<bool(KivoSettings*, const char*, unsigned long long&)>(
+               "_ZN12KivoSettings22getGrpJsonSettingMtimeEPKcRy")(this, group, mtime);
 }
 
-bool KivoSettings::loadUserJsonSettings(Json::Value& settings) const {
+bool KivoSettings::loadUserJsonSettings(Json::Value& settings) {
     return !Fails("loadUserJsonSettings") &&
-           Real<bool(const KivoSettings*, Json::Value&)>(
-               "_ZNK12KivoSettings20loadUserJsonSettingsERN4Json5ValueE")(this, settings);
+           Real<bool(KivoSettings*, Json::Value&)>("_ZN12KivoSettings20loadUserJsonSettingsERN4Json5ValueE")(
+               this, settings);
 }

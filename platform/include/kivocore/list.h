@@ -25,7 +25,7 @@ KIVO_PUBLIC const char* KLIBCSzListGet(const KLIBCSzList* list, int index);
 /// The index of the first string that equals `text`, or -1.
 KIVO_PUBLIC int KLIBCSzListFind(const KLIBCSzList* list, const char* text);
 
-/// Releases the list and its strings. Accepts null.
+/// Releases the list and its strings.
 KIVO_PUBLIC void KLIBCSzListFree(KLIBCSzList* list);
 
 }  // extern "C"

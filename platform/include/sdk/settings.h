@@ -9,15 +9,15 @@
 /// The settings documents that the desktop stores per user and per group.
 class KIVO_PUBLIC KivoSettings {
 public:
-    explicit KivoSettings(std::string userName);
+    explicit KivoSettings(const std::string& userName);
 
     /// Fills `settings` with the user's stored document. False, and `settings` unchanged, when there is none
     /// that can be read.
-    bool loadUserJsonSettings(Json::Value& settings) const;
+    bool loadUserJsonSettings(Json::Value& settings);
 
     /// Stores the time of the last change to the group's settings, in seconds since 1970. False, and `mtime`
     /// unchanged, when the group has none.
-    bool getGrpJsonSettingMtime(const char* groupName, unsigned long long& mtime) const;
+    bool getGrpJsonSettingMtime(const char* groupName, unsigned long long& mtime);
 
 private:
     std::string m_userName;

@@ -25,7 +25,7 @@ extern "C" {
 /// A new, empty record, or null when memory is short. The caller releases it with KIVONotifyStringFree.
 KIVO_PUBLIC NString* KIVONotifyStringNew(void);
 
-/// Releases the record. Accepts null.
+/// Releases the record.
 KIVO_PUBLIC void KIVONotifyStringFree(NString* record);
 
 /// Looks the tag up in the catalogue open for reading and fills the record, wherever the file's position

@@ -19,25 +19,25 @@ public:
     APIRequest(Json::Value parameters, std::string loginUserName, std::string uiLanguage, bool isAdmin);
 
     /// The parameter of that name, or a copy of `defaultValue` when the request does not carry it.
-    Json::Value GetParam(const std::string& name, const Json::Value& defaultValue) const;
+    Json::Value GetParam(const std::string& name, const Json::Value& defaultValue);
 
     /// The logged-in user on whose behalf the request was sent.
-    std::string GetLoginUserName() const;
+    std::string GetLoginUserName();
     /// The code of the language of the user's desktop, such as "enu".
-    std::string GetUILanguage() const;
+    std::string GetUILanguage();
     /// True when the user is an administrator.
-    bool IsAdmin() const;
+    bool IsAdmin();
 
     /// The typed reads take JSON's own types and convert nothing: a real takes any JSON number, an integer a
     /// number written as an integer that fits an int, a boolean `true` or `false`, a string a JSON string.
     APIParameter<double> GetAndCheckReal(const std::string& name, PARAM_NECESSITY necessity,
-                                         APIParameterTest test) const;
+                                         APIParameterTest test);
     APIParameter<int> GetAndCheckInt(const std::string& name, PARAM_NECESSITY necessity,
-                                     APIParameterTest test) const;
+                                     APIParameterTest test);
     APIParameter<bool> GetAndCheckBool(const std::string& name, PARAM_NECESSITY necessity,
-                                       APIParameterTest test) const;
+                                       APIParameterTest test);
     APIParameter<std::string> GetAndCheckString(const std::string& name, PARAM_NECESSITY necessity,
-                                                APIParameterTest test) const;
+                                                APIParameterTest test);
 
 private:
     Json::Value m_parameters;

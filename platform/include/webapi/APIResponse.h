@@ -13,9 +13,8 @@ class KIVO_PUBLIC APIResponse {
 public:
     enum class State { Unset, Success, Error };
 
-    /// Answers with success and a copy of `data`, or with `data` itself where the caller gives it away.
+    /// Answers with success and a copy of `data`.
     void SetSuccess(const Json::Value& data);
-    void SetSuccess(Json::Value&& data);
     /// Answers with an error code of the web-API framework and a copy of `error`.
     void SetError(int code, const Json::Value& error);
 
