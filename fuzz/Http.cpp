@@ -51,7 +51,7 @@ void SendMore() {
 /// An answer of a known status with the caller's name, a refusal by the host, the page, what the server's
 /// library has to say, or, as to HEAD, no body.
 constexpr char kAnswer[] =
-    "^HTTP/1\\.[01] (100|200|400|401|404|405|413|414|415|431|501|505) [^\r]*\r\n([^\r]+\r\n)*\r\n"
+    "^HTTP/1\\.[01] (100|200|400|401|404|405|413|414|415|421|431|501|505) [^\r]*\r\n([^\r]+\r\n)*\r\n"
     R"((\{"data":("alice"|\{[^}]*\}),"success":true\}|)"
     R"(\{"error":\{"code":\1,"data":"([^"\]|\\.)*"\},"success":false\}|)"
     "<p>page</p>|<html>[^\r]*</html>)?";
@@ -75,7 +75,7 @@ KIVO_PUBLIC ssize_t recv(int descriptor, void* buffer, std::size_t size, int fla
 void KIVO::Fuzz::Try(const std::string& input) {
     Root();
     static const Host::Module module("");  // this program
-    static const Host::Router router(module, {{"/", {"<p>page</p>", "text/html"}}});
+    static const Host::Router router(module, {{"/", {"<p>page</p>", "text/html"}}}, {"h"});
     static const FileDescriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     // Unlike a port, such a name is free again at once.
     static sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};

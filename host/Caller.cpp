@@ -62,6 +62,9 @@ std::optional<Caller> FindCaller(const std::string& userName) {
 }
 
 std::optional<Caller> FindCallerByToken(std::string_view token) {
+    if (token.size() > kLongestToken) {
+        return std::nullopt;
+    }
     const auto users = Appliance::LoadUsers();
     const Appliance::Users::value_type* found = nullptr;
     int matches = 0;

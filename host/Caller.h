@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,8 +19,11 @@ struct Caller {
 /// The user of that name, with the user's own language; nothing for an unknown one.
 [[nodiscard]] std::optional<Caller> FindCaller(const std::string& userName);
 
+/// The longest token that signs in: one is compared with every user's, to its end.
+inline constexpr std::size_t kLongestToken = 256;
+
 /// The user whom the token signs in, found in a time that tells nothing about the stored tokens. Nothing when
-/// no user has it, or more than one.
+/// no user has it, or more than one, or it is too long.
 [[nodiscard]] std::optional<Caller> FindCallerByToken(std::string_view token);
 
 /// How long a sign-in code is good for.

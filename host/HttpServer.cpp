@@ -47,21 +47,29 @@ std::size_t AnnouncedBodySize(const HttpRequest& request) {
     return size;
 }
 
-using Headers = decltype(HttpRequest::headers);
+/// Whether the value stands where it was sent, behind its name's colon. The library moves the name of a
+/// header that goes on in a second line, and puts that line behind the name.
+bool IsInPlace(std::string_view name, std::string_view value) {
+    const char* place = name.data() + name.size() + 1;
+    while (place < value.data() && (*place == ' ' || *place == '\t')) {
+        ++place;
+    }
+    return place == value.data();
+}
 
-Headers ReadHeaders(MHD_Connection* connection) {
-    Headers headers;
+void ReadHeaders(MHD_Connection* connection, HttpRequest& request) {
     // As many as there are, so that nothing is thrown through the library.
-    headers.reserve(
+    request.headers.reserve(
         static_cast<std::size_t>(MHD_get_connection_values_n(connection, MHD_HEADER_KIND, nullptr, nullptr)));
-    const auto add = [](void* list, MHD_ValueKind, const char* name, std::size_t nameSize, const char* value,
-                        std::size_t valueSize) {
-        static_cast<Headers*>(list)->emplace_back(std::string_view(name, nameSize),
-                                                  std::string_view(value, valueSize));
+    const auto add = [](void* argument, MHD_ValueKind, const char* nameText, std::size_t nameSize,
+                        const char* valueText, std::size_t valueSize) {
+        const std::string_view name(nameText, nameSize), value(valueText, valueSize);
+        HttpRequest& read = *static_cast<HttpRequest*>(argument);
+        read.headers.emplace_back(name, value);
+        read.hasFoldedHeader |= !IsInPlace(name, value);
         return MHD_YES;
     };
-    MHD_get_connection_values_n(connection, MHD_HEADER_KIND, add, &headers);
-    return headers;
+    MHD_get_connection_values_n(connection, MHD_HEADER_KIND, add, &request);
 }
 
 struct Destroy {
@@ -221,8 +229,11 @@ private:
             if (!hasBegun) {
                 request.method = method;
                 request.path = path;
-                request.headers = ReadHeaders(connection);
+                ReadHeaders(connection, request);
                 request.isBodyTooLarge = AnnouncedBodySize(request) > kBodyLimit;
+                if (auto refusal = server.m_router.RefuseHead(request)) {
+                    return Send(connection, *std::move(refusal), true);
+                }
             } else if (*uploadSize > 0) {
                 // No answer can be sent before the body has ended, so one that grows too large is read on.
                 request.isBodyTooLarge |= *uploadSize > kBodyLimit - request.body.size();
@@ -232,16 +243,17 @@ private:
                 *uploadSize = 0;
                 return MHD_YES;
             }
-            return hasBegun || request.isBodyTooLarge ? server.Send(connection, request) : MHD_YES;
+            return hasBegun || request.isBodyTooLarge
+                       ? Send(connection, server.m_router.Answer(request), server.m_isDraining)
+                       : MHD_YES;
         } catch (const std::exception& exception) {
             syslog(LOG_ERR, "A request could not be answered: %s.", exception.what());
             return MHD_queue_response(connection, MHD_HTTP_INTERNAL_SERVER_ERROR, server.m_failure.get());
         }
     }
 
-    MHD_Result Send(MHD_Connection* connection, const HttpRequest& request) const {
-        HttpAnswer answer = m_router.Answer(request);
-        if (m_isDraining) {
+    static MHD_Result Send(MHD_Connection* connection, HttpAnswer answer, bool isLast) {
+        if (isLast) {
             answer.headers.emplace_back(MHD_HTTP_HEADER_CONNECTION, "close");
         }
         const unsigned status = answer.status;

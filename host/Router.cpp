@@ -1,5 +1,8 @@
 #include "host/Router.h"
 
+#include <arpa/inet.h>
+#include <glib.h>
+#include <netinet/in.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -29,6 +32,35 @@ constexpr char kContentSecurityPolicy[] =
 
 bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+/// Throws a Refusal 400 when another reader might find another request in these headers, or another end of
+/// it.
+void CheckHeaders(const HttpRequest& request) {
+    constexpr std::string_view kDigits = "0123456789";
+    constexpr std::string_view kTokenSigns = "!#$%&'*+-.^_`|~";
+    const auto isTokenLetter = [&](unsigned char letter) {
+        return g_ascii_isalnum(letter) || kTokenSigns.find(static_cast<char>(letter)) != kTokenSigns.npos;
+    };
+    int lengths = 0, hosts = 0, credentials = 0;
+    bool isSound = !request.hasFoldedHeader;
+    for (const auto& [name, value] : request.headers) {
+        isSound &= !name.empty() && std::ranges::all_of(name, isTokenLetter);
+        isSound &= std::ranges::none_of(
+            value, [](char letter) { return g_ascii_iscntrl(letter) && letter != '\t'; });
+        if (EqualsIgnoringCase(name, "Content-Length")) {
+            ++lengths;
+            isSound &= !value.empty() && value.find_first_not_of(kDigits) == value.npos;
+        } else if (EqualsIgnoringCase(name, "Transfer-Encoding")) {
+            ++lengths;
+            isSound &= EqualsIgnoringCase(value, "chunked");
+        }
+        hosts += EqualsIgnoringCase(name, "Host");
+        credentials += EqualsIgnoringCase(name, "Authorization");
+    }
+    if (!isSound || lengths > 1 || hosts > 1 || credentials > 1) {
+        throw Refusal(400, "The request's headers can be read in more than one way.");
+    }
 }
 
 /// Whose bearer token the request carries. Throws a Refusal 401.
@@ -107,6 +139,19 @@ HttpAnswer MakeJsonAnswer(unsigned status, std::string body) {
                       std::move(body));
 }
 
+HttpAnswer MakeAnswer(const Refusal& refusal) {
+    const int status = static_cast<int>(refusal.Status());
+    HttpAnswer answer =
+        MakeJsonAnswer(refusal.Status(), Appliance::WriteJson(ErrorEnvelope(status, refusal.what())));
+    if (status == 401) {
+        answer.headers.emplace_back("WWW-Authenticate", "Bearer");
+    }
+    if (refusal.Allow()) {
+        answer.headers.emplace_back("Allow", refusal.Allow());
+    }
+    return answer;
+}
+
 }  // namespace
 
 std::string_view HttpRequest::Header(std::string_view name) const {
@@ -115,28 +160,50 @@ std::string_view HttpRequest::Header(std::string_view name) const {
     return header == headers.end() ? "" : header->second;
 }
 
-Router::Router(const Module& module, Page page) : m_module(module), m_page(std::move(page)) {}
+Router::Router(const Module& module, Page page, std::vector<std::string> hostNames)
+    : m_module(module), m_page(std::move(page)), m_hostNames(std::move(hostNames)) {}
+
+std::optional<HttpAnswer> Router::RefuseHead(const HttpRequest& request) const {
+    try {
+        CheckHeaders(request);
+        CheckHost(request.Header("Host"));
+        return std::nullopt;
+    } catch (const Refusal& refusal) {
+        return MakeAnswer(refusal);
+    }
+}
 
 HttpAnswer Router::Answer(const HttpRequest& request) const {
     try {
         return Route(request);
     } catch (const Refusal& refusal) {
-        HttpAnswer answer = MakeJsonAnswer(
-            refusal.Status(),
-            Appliance::WriteJson(ErrorEnvelope(static_cast<int>(refusal.Status()), refusal.what())));
-        if (refusal.Status() == 401) {
-            answer.headers.emplace_back("WWW-Authenticate", "Bearer");
-        }
-        if (refusal.Allow()) {
-            answer.headers.emplace_back("Allow", refusal.Allow());
-        }
-        return answer;
+        return MakeAnswer(refusal);
     }
+}
+
+bool IsLoopback(const std::string& address) {
+    in_addr parsed = {};
+    return inet_pton(AF_INET, address.c_str(), &parsed) == 1 &&
+           ntohl(parsed.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
 }
 
 HttpAnswer Router::Failure() {
     return MakeJsonAnswer(500,
                           R"({"error":{"code":500,"data":"The server could not answer."},"success":false})");
+}
+
+/// A name that someone else's site has made lead here is none of this server's.
+void Router::CheckHost(std::string_view host) const {
+    const std::size_t port = host.find_last_not_of("0123456789");
+    if (port != host.npos && host[port] == ':') {
+        host = host.substr(0, port);
+    }
+    const auto isHost = [host](std::string_view name) { return EqualsIgnoringCase(host, name); };
+    // A client of HTTP 1.0 need not say it; the library sees to it that every other does.
+    if (!isHost("") && !isHost("localhost") && !isHost("[::1]") && !IsLoopback(std::string(host)) &&
+        std::ranges::none_of(m_hostNames, isHost)) {
+        throw Refusal(421, "The Host is not one by which this server is called; --host-name names more.");
+    }
 }
 
 HttpAnswer Router::Route(const HttpRequest& request) const {

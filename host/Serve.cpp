@@ -91,19 +91,13 @@ Appliance::FileDescriptor StopSignals() {
 
 }  // namespace
 
-bool IsLoopback(const std::string& address) {
-    in_addr parsed = {};
-    return inet_pton(AF_INET, address.c_str(), &parsed) == 1 &&
-           ntohl(parsed.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
-}
-
 void Serve(const Module& module, ServeOptions options) {
     assert(IsLoopback(options.address));
     Page page = ReadPage(options.pageFolder);
     if (page.empty()) {
         syslog(LOG_WARNING, "There is no notification centre page in %s.", options.pageFolder.c_str());
     }
-    const Router router(module, std::move(page));
+    const Router router(module, std::move(page), options.hostNames);
     const Appliance::FileDescriptor listener = Listen(options.address, options.port);
     CheckAsSuperuser();
 

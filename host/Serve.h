@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "host/Account.h"
 #include "host/Module.h"
@@ -18,14 +19,13 @@ struct ServeOptions {
     /// 0 takes a free one.
     std::uint16_t port = 8095;
     unsigned workerCount = std::max(1U, std::thread::hardware_concurrency());
+    /// The names by which it may be called besides the loopback names.
+    std::vector<std::string> hostNames = {};
     /// With whose rights the module is called.
     Account account = {};
     /// Holds the notification centre's files.
     std::filesystem::path pageFolder = {};
 };
-
-/// Whether it is the text of an IPv4 loopback address.
-[[nodiscard]] bool IsLoopback(const std::string& address);
 
 /// Serves the module's methods, and the page, until SIGTERM or SIGINT. Says on standard output where it
 /// listens, and in the log what is missing for it to be of use. Throws std::runtime_error when it cannot

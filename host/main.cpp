@@ -14,6 +14,7 @@
 #include "host/Dispatch.h"
 #include "host/Module.h"
 #include "host/Refusal.h"
+#include "host/Router.h"
 #include "host/Serve.h"
 #include "platform/kivocore/Json.h"
 #include "platform/kivocore/Users.h"
@@ -90,6 +91,11 @@ int Run(int argc, char* argv[]) {
     serve.add_option("--port", options.port, "The port; 0 for a free one")
         ->type_name("N")
         ->capture_default_str();
+    serve
+        .add_option("--host-name", options.hostNames,
+                    "A further name that clients may call it by; may be repeated")
+        ->type_name("NAME")
+        ->allow_extra_args(false);
     serve.add_option("--workers", options.workerCount, "How many processes answer requests")
         ->check(CLI::Range(1, 256))
         ->type_name("N")

@@ -111,6 +111,11 @@ TEST_F(HostTest, OnlyAUsersOwnTokenSignsIn) {
     m_root.WriteUsers({{.name = "alice", .token = "another-token"}});
     EXPECT_EQ(Send().status, 401);
     EXPECT_EQ(Send({.token = "another-token"}).status, 200);
+    for (const auto& [size, status] : {std::pair{256, 200}, {257, 401}}) {
+        const std::string longest(static_cast<std::size_t>(size), 'x');
+        m_root.WriteUsers({{.name = "alice", .token = longest}});
+        EXPECT_EQ(Send({.token = longest}).status, status) << size;
+    }
     EXPECT_FALSE(HasLogged("token")) << Log();
 }
 
@@ -143,14 +148,16 @@ TEST_F(HostTest, ASignInCodeIsExchangedForTheTokenOfItsUserWhileItIsFresh) {
 }
 
 TEST_F(HostTest, BytesOfAnyKindHaveTheirStatusAndHurtNobody) {
-    Serve();
+    Serve({"--workers", "1", "--host-name", "nas.example"});
     const auto workers = m_host->Workers();
     const std::string token = kToken;
-    const std::string end = "\r\nHost: x\r\nConnection: close\r\n\r\n";
+    const std::string close = "\r\nConnection: close\r\n\r\n";
+    const std::string end = "\r\nHost: localhost" + close;
     const std::string credentials = "GET /session HTTP/1.1\r\nAuthorization: ";
-    const std::string post = "POST /webapi/Test/1/echo HTTP/1.1\r\nHost: x\r\nAuthorization: Bearer " +
-                             token + "\r\nContent-Type: application/json\r\n";
-    const std::vector<std::pair<std::string, std::string>> cases = {
+    const std::string post =
+        "POST /webapi/Test/1/echo HTTP/1.1\r\nHost: localhost\r\nAuthorization: Bearer " + token +
+        "\r\nContent-Type: application/json\r\n";
+    std::vector<std::pair<std::string, std::string>> cases = {
         {credentials + "Bearer " + token + end, "200"},
         {credentials + "bEARER " + token + end, "200"},
         {credentials + "Basic " + token + end, "401"},
@@ -166,11 +173,29 @@ TEST_F(HostTest, BytesOfAnyKindHaveTheirStatusAndHurtNobody) {
         {post + "X: " + std::string(20000, 'x') + "\r\n\r\n", "431"},
         {post + "Content-Length: 18446744073709551615\r\n\r\n{}", "413"},
         {post + "Transfer-Encoding: chunked\r\n\r\nFFFFFFFFFFFFFFFFF\r\n{}", "413"},
+
+        {"GET / HTTP/1.1\r\nHost: LOCALHOST:1" + close, "200"},
+        {"GET / HTTP/1.1\r\nHost: [::1]:80" + close, "200"},
+        {"GET / HTTP/1.1\r\nHost: 127.0.0.9" + close, "200"},
+        {"GET / HTTP/1.1\r\nHost: nas.example:443" + close, "200"},
+        {"GET / HTTP/1.1\r\nHost: example" + close, "421"},
+        {"GET / HTTP/1.1\r\nHost: 127.0.0.1.example:80" + close, "421"},
     };
+    // Of two readings of a request none is taken, nor anything behind it.
+    for (const char* headers :
+         {"Content-Length: 2\r\nContent-Length: 2", "Content-Length: 2\r\nTransfer-Encoding: chunked",
+          "Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked", "Transfer-Encoding: gzip",
+          "Transfer-Encoding:\r\n chunked", "Content-Length:\r\n 2", "Content-Lengt: 2\r\n h", "X: a\r\n b",
+          "Content-Length : 2", "Content-Length\t: 2", "Content-Length: +2", "X: a\rContent-Length: 2",
+          "Host: localhost\r\nContent-Length: 2", "Authorization: Bearer x\r\nContent-Length: 2"}) {
+        cases.emplace_back(post + headers + "\r\n\r\n{}" + credentials + "Bearer " + token + end, "400");
+    }
     for (const auto& [bytes, status] : cases) {
         const RawConnection connection(m_port);
         connection.Send(bytes);
-        EXPECT_EQ(connection.ReadAll().find("HTTP/1.1 " + status), 0U) << bytes.substr(0, 300);
+        const std::string replies = connection.ReadAll();
+        EXPECT_EQ(replies.find("HTTP/1.1 " + status), 0U) << bytes.substr(0, 300) << replies;
+        EXPECT_EQ(replies.find("HTTP/1.1 200", 1), replies.npos) << bytes.substr(0, 300) << replies;
         EXPECT_EQ(Send().status, 200);
     }
     EXPECT_EQ(m_host->Workers(), workers);
