@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "category/CategoryFile.h"
+#include "category/CategoryDocument.h"
 #include "category/FirstMatch.h"
 #include "kivocore/rights.h"
 #include "module/ErrorCodes.h"
@@ -120,9 +120,9 @@ int Notify::ExecuteLoadHaveNtAppList() {
 }
 
 Json::Value Notify::GetNotifyCategorySettings() const {
-    CategoryFile english;
-    CategoryFile translated;
-    CategoryFile* titled = &english;
+    CategoryDocument english;
+    CategoryDocument translated;
+    CategoryDocument* titled = &english;
     bool isLoaded = english.Load(GetNotifyCategoryFile(Paths::kEnglish));
     if (isLoaded) {
         const std::string language = m_request->GetUILanguage();

@@ -10,7 +10,7 @@
 #include "module/File.h"
 #include "notify/NotifyString.h"
 #include "notify/StringList.h"
-#include "platform/notification_utils/CategoryFile.h"
+#include "platform/notification_utils/GenerateCategoryFile.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ std::string Found(int result, const NString& record) {
 
 /// The category file's number of events, -1 without the file.
 int CategoryFileSize() try {
-    WriteCategoryFile("enu");
+    GenerateCategoryFile("enu");
     Json::Value document;
     KIVO::Appliance::ParseJson(*Root().Read("/var/cache/texts/enu/notification_category"), document);
     Expect("array of events", document["All"].isArray());

@@ -1,7 +1,6 @@
 // Any stored texts through the action "load": it must answer what the plainest way to read them gives. An
 // input is three bytes (limit, offset, and a last bit for all), then the texts, oldest first; "\x01" stands
-// for NULL. The other bits of the third byte tell how many times eight the first text is stored once more, as
-// it takes many to fill what is judged at once.
+// for NULL.
 
 #include "fuzz/Support.h"
 #include "module/NEXNotifyAPI.h"
@@ -17,10 +16,6 @@ void KIVO::Fuzz::Try(const std::string& input) {
     storedRows.clear();
     for (const std::string& text : SplitTexts(input, 3)) {
         storedRows.push_back(text == "\x01" ? std::nullopt : std::optional(text));
-    }
-    if (!storedRows.empty()) {
-        const std::size_t copies = std::size_t{static_cast<unsigned char>(bytes[2])} / 2 * 8;
-        storedRows.insert(storedRows.begin(), copies, std::optional(storedRows.front()));
     }
 
     APIRequest request(parameters, "alice", "enu", false);

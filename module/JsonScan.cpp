@@ -17,18 +17,11 @@ constexpr size_t kInitialCapacity = 4096;
 
 }  // namespace
 
-JsonScanner::JsonScanner() {
-    ThrowIfShort(m_parser.allocate(kInitialCapacity, kMaxDepth));
-#ifdef SIMDJSON_THREADS_ENABLED
-    // Behind a cut-off character ScanMany would begin anew in a thread, whose parser has another limit of
-    // nesting.
-    m_parser.threaded = false;
-#endif
-}
+JsonScanner::JsonScanner() { ThrowIfShort(m_parser.allocate(kInitialCapacity, kMaxDepth)); }
 
-std::optional<simdjson::dom::object> JsonScanner::Scan(std::string_view text, bool isPadded) {
+std::optional<simdjson::dom::object> JsonScanner::Scan(std::string_view text) {
     simdjson::dom::object object;
-    const auto error = m_parser.parse(text.data(), text.size(), !isPadded).get(object);
+    const auto error = m_parser.parse(text.data(), text.size()).get(object);
     ThrowIfShort(error);
     return error == simdjson::SUCCESS ? std::optional(object) : std::nullopt;
 }

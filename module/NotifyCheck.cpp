@@ -4,14 +4,13 @@
 #include <initializer_list>
 #include <string>
 
+#include "module/Actions.h"
 #include "module/ErrorCodes.h"
 #include "module/NEXNotifyAPI.h"
 #include "webapi/APIValidator.h"
 #include "webapi/WebAPIUtil.h"
 
 namespace {
-
-constexpr char kActions[] = "[\"load\", \"apply\", \"loadHaveNtAppList\"]";
 
 bool Refuse(KIVO::APIResponse* response, const char* name, const char* reason) {
     Json::Value refusal(Json::objectValue);
@@ -58,10 +57,11 @@ bool NEXNotify_1_notify_Check(KIVO::APIRequest* request, KIVO::APIResponse* resp
 
     // Deleting is irrevocable, so the client has to say that it means all.
     const bool cleansAll = clean.IsSet() && APIValidator::IsEqual(clean, "all");
-    if (APIValidator::IsEqual(action, "apply") && !cleansAll) {
+    if (APIValidator::IsEqual(action, KIVO_ACTION_APPLY) && !cleansAll) {
         return Refuse(response, "clean", "condition");
     }
-    if (!action.IsSet() || !APIValidator::IsBelong(action, KIVO::WebAPIUtil::ParseJson(kActions))) {
+    if (!action.IsSet() ||
+        !APIValidator::IsBelong(action, KIVO::WebAPIUtil::ParseJson(KIVO::NEXNotify::kActions))) {
         return Refuse(response, "action", "condition");
     }
     return true;

@@ -24,7 +24,7 @@ struct FreeBuffer {
 /// Sets the effective ids and leaves the real and saved ones, which is what allows the way back. The group
 /// goes before the final user id, and every change of user passes through the superuser, who alone may change
 /// groups.
-bool SwitchEffectiveIds(uid_t uid, gid_t gid) {
+[[nodiscard]] bool SwitchEffectiveIds(uid_t uid, gid_t gid) {
     const uid_t euid = geteuid();
     const gid_t egid = getegid();
     if (uid == euid && gid == egid) {

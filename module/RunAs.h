@@ -21,7 +21,7 @@ public:
     explicit operator bool() const { return m_ok; }
 
 private:
-    bool Raise(const char* account) const noexcept;
+    [[nodiscard]] bool Raise(const char* account) const noexcept;
 
     uid_t m_euid;
     gid_t m_egid;

@@ -1,9 +1,6 @@
 #include "notify/NotificationStore.h"
 
-#include <utility>
-
 #include "module/ErrorCodes.h"
-#include "module/JsonFile.h"
 #include "module/Log.h"
 #include "notify/Notify.h"
 #include "sdk/eventlog.h"
@@ -30,19 +27,6 @@ SqlText ReadNotificationsSql(int uid) {
                         "ON nexnotify.message_id = message.message_id "
                         "WHERE uid = '%d' ORDER BY message.timestamp ASC ;",
                         uid));
-}
-
-int Notify::readDbToJson(void* array, int columnCount, char** columnTexts, char** /*columnNames*/) {
-    Json::Value value;
-    for (int column = 0; column < columnCount; ++column) {
-        const char* text = columnTexts[column];
-        if (text != nullptr && !ParseJsonText(text, value)) {
-            return 1;
-        }
-        // Only a further column without a text needs the value once more.
-        static_cast<Json::Value*>(array)->append(column + 1 < columnCount ? value : std::move(value));
-    }
-    return 0;
 }
 
 int Notify::ExecuteApply() {

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <cassert>
 #include <memory>
 
 #include "sysnotify/database.h"
@@ -30,11 +31,14 @@ public:
     NotificationStore& operator=(const NotificationStore&) = delete;
 
     /// Called once. False when the database cannot be opened.
-    bool Open() { return nexnotifyDbOpen(&m_db) == 0; }
+    [[nodiscard]] bool Open() {
+        assert(m_db == nullptr);
+        return nexnotifyDbOpen(&m_db) == 0;
+    }
 
     /// Runs the text, with `callback` once a row unless it is null. False when it fails, when the callback
     /// stops it, and for a null text, which SQLite would take for an empty statement that succeeds.
-    bool Run(const SqlText& sql, int (*callback)(void*, int, char**, char**), void* argument) {
+    [[nodiscard]] bool Run(const SqlText& sql, int (*callback)(void*, int, char**, char**), void* argument) {
         return sql && nexnotifyDbRunSql(m_db, sql.get(), callback, argument) == 0;
     }
 

@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "module/Actions.h"
 #include "module/ErrorCodes.h"
 #include "module/RunAs.h"
 #include "module/SourceLines.h"
@@ -26,15 +27,15 @@ int Notify::ParseParams() {
 }
 
 int Notify::Execute() {
-    if (m_action == "load") {
+    if (m_action == KIVO_ACTION_LOAD) {
         IF_RUN_AS2("root", SourceLines::kRunLoadAsRoot) { return ExecuteLoad(); }
         return kErrorSystem;
     }
-    if (m_action == "apply") {
+    if (m_action == KIVO_ACTION_APPLY) {
         IF_RUN_AS2("root", SourceLines::kRunApplyAsRoot) { return ExecuteApply(); }
         return kErrorSystem;
     }
-    if (m_action == "loadHaveNtAppList") {
+    if (m_action == KIVO_ACTION_CATEGORIES) {
         return ExecuteLoadHaveNtAppList();
     }
     m_error = FormError("common", "error_system", SourceLines::kUnknownAction);

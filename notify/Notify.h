@@ -30,11 +30,16 @@ public:
     /// Throws when memory is short, so SQLite must not be its direct caller.
     static int readDbToJson(void* array, int columnCount, char** columnTexts, char** columnNames);
 
+    /// The tags that the appliance knows: the section names of the English catalogue, none when it cannot be
+    /// read.
+    std::unordered_set<std::string> getEnabledNotificationList() const;
+
+    /// Whether the login user may see the notification.
+    bool HasPrivilege(const Json::Value& notification) const;
+
 private:
     // Action "load" (Load.cpp).
     int ExecuteLoad();
-    bool HasPrivilege(const Json::Value& notification) const;
-    std::unordered_set<std::string> getEnabledNotificationList() const;
 
     // Action "apply" (NotificationStore.cpp).
     int ExecuteApply();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <string>
 
 #include "kivocore/file.h"
@@ -23,7 +24,10 @@ public:
 
     /// Adds the section names of the sectioned file. Their number, or a negative number when it cannot be
     /// read.
-    int AddSections(const std::string& path) { return KLIBCFileEnumSection(path.c_str(), &m_list); }
+    [[nodiscard]] int AddSections(const std::string& path) {
+        assert(m_list != nullptr);
+        return KLIBCFileEnumSection(path.c_str(), &m_list);
+    }
 
     const char* operator[](int index) const { return KLIBCSzListGet(m_list, index); }
     bool Contains(const std::string& text) const { return KLIBCSzListFind(m_list, text.c_str()) >= 0; }

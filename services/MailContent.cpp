@@ -15,7 +15,7 @@ namespace {
 constexpr size_t kMaxTagBytes = 1023;
 
 /// The parameter as a C string. One that is no string is like an empty tag, which no catalogue has.
-std::string TagOf(const Json::Value& title) {
+std::string ReadTag(const Json::Value& title) {
     std::string tag = title.isString() ? title.asCString() : "";
     if (tag.size() > kMaxTagBytes) {
         tag.resize(kMaxTagBytes);
@@ -32,7 +32,7 @@ std::string MailContentOf(APIRequest& request) {
         LOG_CORE_FAILURE("KLIBCSzListAlloc(BUFSIZ) failed.");
         return "";
     }
-    const std::string tag = TagOf(request.GetParam("title", Json::Value()));
+    const std::string tag = ReadTag(request.GetParam("title", Json::Value()));
     std::string path = Paths::MailTemplates();
     if (templates.AddSections(path) < 0 || !templates.Contains(tag)) {
         path = Paths::MailsCatalogue(request.GetUILanguage());

@@ -7,7 +7,7 @@
 #include <unordered_set>
 #include <utility>
 
-#include "category/CategoryFile.h"
+#include "category/CategoryDocument.h"
 #include "kivocore/file.h"
 #include "module/ErrorCodes.h"
 #include "module/File.h"
@@ -27,6 +27,8 @@ const Json::StaticString kLevel("level");
 const Json::StaticString kTitle("title");
 const Json::StaticString kInfo("NOTIFICATION_INFO");
 const Json::StaticString kSystemEvent("nexnotify:system_event");
+
+constexpr char kUnreadable[] = " operater failed.";  // behind the path
 
 using Tags = std::unordered_set<std::string>;
 
@@ -90,7 +92,7 @@ Tags TagsOfPackage(const std::string& package) {
 
 /// Calls `visit` with the tag of each of the category file's events, in their order.
 template <class Visit>
-void ForEachTag(CategoryFile& categories, const Visit& visit) {
+void ForEachTag(CategoryDocument& categories, const Visit& visit) {
     std::string tag;
     if (const auto& events = categories.Events()) {
         for (const CategoryEvent& event : *events) {
@@ -116,9 +118,9 @@ Json::Value EntryOf(const NString& record, const char* message) {
     return entry;
 }
 
-/// Fills `strings` with an object of all texts that are asked for; leaves it null when there are none. "", or
-/// the path of the file that cannot be read.
-std::string ReadStrings(APIRequest& request, Json::Value& strings) {
+/// Makes `answer` an object of all texts that are asked for; leaves it null when there are none. False when a
+/// file cannot be read: the answer then says which.
+[[nodiscard]] bool ReadStrings(APIRequest& request, Json::Value& answer) {
     const NotifyString record(KIVONotifyStringNew());
     if (!record) {
         throw std::bad_alloc();  // Without a record every look-up would fail, and no texts would pass for the
@@ -132,13 +134,15 @@ std::string ReadStrings(APIRequest& request, Json::Value& strings) {
         packageTags = TagsOfPackage(package);
     }
 
-    CategoryFile categories;
+    CategoryDocument categories;
     if (!categories.Load(categoryPath)) {
-        return categoryPath;
+        answer = categoryPath + kUnreadable;
+        return false;
     }
     const File mails(std::fopen(mailsPath.c_str(), "r"));
     if (!mails) {
-        return mailsPath;
+        answer = mailsPath + kUnreadable;
+        return false;
     }
     ForEachTag(categories, [&](const std::string& tag) {
         if (tag.empty() || (!package.empty() && !packageTags.contains(tag)) ||
@@ -147,21 +151,20 @@ std::string ReadStrings(APIRequest& request, Json::Value& strings) {
         }
         const char* message = IsEmpty(record->messageText) ? record->altMessageText : record->messageText;
         if (!IsEmpty(message)) {
-            strings[tag] = EntryOf(*record, message);
+            answer[tag] = EntryOf(*record, message);
         }
     });
-    return "";
+    return true;
 }
 
 }  // namespace
 
 void Strings_1_get(APIRequest* request, APIResponse* response) {
-    Json::Value strings;
-    const std::string unreadableFile = ReadStrings(*request, strings);
-    if (unreadableFile.empty()) {
-        response->SetSuccess(strings);
+    Json::Value answer;
+    if (ReadStrings(*request, answer)) {
+        response->SetSuccess(answer);
     } else {
-        response->SetError(kErrorBadRequest, Json::Value(unreadableFile + " operater failed."));
+        response->SetError(kErrorBadRequest, answer);
     }
 }
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/notification_utils/CategoryFile.h"
+#include "platform/notification_utils/GenerateCategoryFile.h"
 #include "platform/notification_utils/StoredNotification.h"
 
 namespace {
@@ -53,7 +53,7 @@ int Run(int argumentCount, const char* const* arguments) {
     }
 
     if (*generate) {
-        WriteCategoryFile(language);
+        GenerateCategoryFile(language);
     } else {
         StoreNotification(notification[0], notification[1], {notification.begin() + 2, notification.end()});
     }

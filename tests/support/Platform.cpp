@@ -138,10 +138,6 @@ FORWARD(int, KLIBGroupIsAdminGroupMem, 0, (const char* user, int flags), (user, 
 FORWARD(int, KIVOUserGetUGID, -1, (const char* user, int* uid, int* gid), (user, uid, gid))
 FORWARD(int, KIVONotifyStringGetByFp, -1, (FILE * file, const char* tag, NString* record),
         (file, tag, record))
-FORWARD(int, nexnotifyDbRunSql, -1,
-        (sqlite3 * db, const char* sql, int (*callback)(void*, int, char**, char**), void* arg),
-        (db, sql, callback, arg))
-
 RELEASE(KLIBCSzListFree, KLIBCSzList, false)
 RELEASE(KIVONotifyStringFree, NString, false)
 RELEASE(nexnotifyDbClose, sqlite3, true)
@@ -190,6 +186,11 @@ int nexnotifyDbOpen(sqlite3** db) {
     const int result = Fails("nexnotifyDbOpen") ? -1 : REAL(nexnotifyDbOpen)(db);
     Held(result == 0 ? *db : nullptr);
     return result;
+}
+
+int nexnotifyDbRunSql(sqlite3* db, const char* sql, int (*callback)(void*, int, char**, char**), void* arg) {
+    Count("nexnotifyDbRunSql:", sql);
+    return Fails("nexnotifyDbRunSql") ? -1 : REAL(nexnotifyDbRunSql)(db, sql, callback, arg);
 }
 
 char* sqlite3_mprintf(const char* format, ...) {

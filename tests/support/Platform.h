@@ -14,8 +14,8 @@ namespace KIVO::Test {
 /// The platform to an executable that links this: it defines the operations that the module calls, each of
 /// which counts its calls and asks the test's hook before it goes on to the real library.
 struct Platform {
-    /// By name of the operation, and for KIVOSysNotifyIsAllow and KLIBAppPrivUserHas by "name:argument" too,
-    /// as for fopen.
+    /// By name of the operation, and by "name:argument" too for KIVOSysNotifyIsAllow, KLIBAppPrivUserHas,
+    /// nexnotifyDbRunSql and fopen.
     std::map<std::string, int> calls = {};
     /// Called before an operation; true makes it fail as the platform would. It may throw.
     std::function<bool(std::string_view operation)> fails = nullptr;

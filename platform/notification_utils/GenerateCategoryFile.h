@@ -5,4 +5,4 @@
 /// Writes the category file of a language: every tag of the language's catalogue, in its order, with the
 /// category and the application that the catalogue gives. Readers find the earlier file or the whole new one
 /// at any time. Throws std::runtime_error with one sentence when it cannot; nothing has changed then.
-void WriteCategoryFile(const std::string& language);
+void GenerateCategoryFile(const std::string& language);

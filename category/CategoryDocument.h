@@ -19,11 +19,11 @@ struct CategoryEvent {
     std::string_view appId;
 };
 
-/// A category file that is read for one request.
-class CategoryFile {
+/// The content of a category file, read for one request.
+class CategoryDocument {
 public:
     /// Called once. False, with errno set, when the file cannot be read or is not JSON.
-    bool Load(const std::string& path);
+    [[nodiscard]] bool Load(const std::string& path);
 
     /// The events, valid as long as this object; nothing when only the JSON library can tell what they are,
     /// from the tree.

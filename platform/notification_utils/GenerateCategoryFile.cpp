@@ -1,4 +1,4 @@
-#include "platform/notification_utils/CategoryFile.h"
+#include "platform/notification_utils/GenerateCategoryFile.h"
 
 #include <fcntl.h>
 #include <json/value.h>
@@ -97,7 +97,7 @@ private:
 
 }  // namespace
 
-void WriteCategoryFile(const std::string& language) {
+void GenerateCategoryFile(const std::string& language) {
     if (!IsLanguage(language)) {
         throw std::runtime_error("\"" + language +
                                  "\" is no language; a language is three lower-case letters.");
