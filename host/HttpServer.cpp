@@ -230,10 +230,13 @@ private:
                 request.method = method;
                 request.path = path;
                 ReadHeaders(connection, request);
-                request.isBodyTooLarge = AnnouncedBodySize(request) > kBodyLimit;
+                const std::size_t size = AnnouncedBodySize(request);
+                request.isBodyTooLarge = size > kBodyLimit;
                 if (auto refusal = server.m_router.RefuseHead(request)) {
                     return Send(connection, *std::move(refusal), true);
                 }
+                // Memory that is short later could not be answered before the body has ended.
+                request.body.reserve(std::min(size, kBodyLimit));
             } else if (*uploadSize > 0) {
                 // No answer can be sent before the body has ended, so one that grows too large is read on.
                 request.isBodyTooLarge |= *uploadSize > kBodyLimit - request.body.size();
