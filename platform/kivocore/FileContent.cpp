@@ -14,18 +14,22 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Twice the longest step of a kernel's clock.
+// Twice the longest step of a kernel's clock, and of a file system that keeps no parts of a second.
 constexpr std::chrono::nanoseconds kSettlingTime = 20ms;
+constexpr std::chrono::nanoseconds kCoarseSettlingTime = 2s;
 constexpr std::size_t kChunkSize = std::size_t{64} * 1024;
+
+long long ToNanoseconds(const timespec& time) {
+    return std::chrono::nanoseconds(std::chrono::seconds(time.tv_sec)).count() + time.tv_nsec;
+}
 
 std::optional<FileIdentity> Identify(const struct stat& status) {
     if (!S_ISREG(status.st_mode)) {
         errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
         return std::nullopt;
     }
-    const auto mtime =
-        std::chrono::seconds(status.st_mtim.tv_sec) + std::chrono::nanoseconds(status.st_mtim.tv_nsec);
-    return FileIdentity{status.st_dev, status.st_ino, status.st_size, mtime.count()};
+    return FileIdentity{status.st_dev, status.st_ino, status.st_size, ToNanoseconds(status.st_mtim),
+                        ToNanoseconds(status.st_ctim)};
 }
 
 }  // namespace
@@ -42,7 +46,8 @@ std::optional<FileIdentity> IdentifyFile(int descriptor) {
 
 bool IsSettled(const FileIdentity& identity) {
     const std::chrono::nanoseconds now = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::abs(now - std::chrono::nanoseconds(identity.mtimeNanoseconds)) > kSettlingTime;
+    const std::chrono::nanoseconds changed(identity.ctimeNanoseconds);
+    return std::chrono::abs(now - changed) > (changed % 1s == 0s ? kCoarseSettlingTime : kSettlingTime);
 }
 
 std::optional<std::string> ReadFile(const std::string& path) {

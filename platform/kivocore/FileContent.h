@@ -17,6 +17,8 @@ struct FileIdentity {
     ino_t inode;
     off_t size;
     long long mtimeNanoseconds;
+    /// Of the last change to the inode, which no program can set back.
+    long long ctimeNanoseconds;
 
     bool operator==(const FileIdentity&) const = default;
 };
@@ -27,7 +29,8 @@ KIVO_PUBLIC std::optional<FileIdentity> IdentifyFile(const std::string& path);
 KIVO_PUBLIC std::optional<FileIdentity> IdentifyFile(int descriptor);
 
 /// False while the file was changed so lately that a further change may leave its identity as it is: the
-/// clock of the modification time moves in steps. Content read then is not to be kept for later.
+/// clock of a file's times moves in steps, of a whole second on some file systems. Content read then is not
+/// to be kept for later.
 KIVO_PUBLIC bool IsSettled(const FileIdentity& identity);
 
 /// The whole content of the regular file at the path or behind the descriptor (whose position neither matters

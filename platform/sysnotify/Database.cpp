@@ -1,20 +1,37 @@
 #include "sysnotify/database.h"
 
+#include <fcntl.h>
+#include <pthread.h>
 #include <sqlite3.h>
+#include <unistd.h>
 
+#include <array>
 #include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <utility>
 
 #include "platform/kivocore/ApplianceRoot.h"
 #include "platform/kivocore/ErrorState.h"
+#include "platform/kivocore/FileContent.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using KIVO::Appliance::FileIdentity;
+using KIVO::Appliance::IdentifyFile;
 
 constexpr std::chrono::milliseconds kBusyTimeout = 5s;
 constexpr std::chrono::milliseconds kBusyPause = 1ms;
+
+/// SQLite sorts in memory what fits into its page cache, and the rest by way of files.
+constexpr char kCacheSize[] = "PRAGMA cache_size = -65536";  // KiB: 50,000 rows of more than one KiB
+/// Of the pages that a connection keeps between two requests, in bytes. They are those of small lists.
+constexpr int kMostKeptPages = 8 << 20;
 
 /// Called by SQLite at each try for a lock that another has. Its own handler soon asks ten times a second
 /// only, and beside a writer that commits row after row it may miss every moment between two rows until the
@@ -24,27 +41,303 @@ int WaitForLock(void*, int tries) {
     return tries < kBusyTimeout / kBusyPause ? 1 : 0;
 }
 
+int Execute(sqlite3* handle, const char* sql) { return sqlite3_exec(handle, sql, nullptr, nullptr, nullptr); }
+
+/// Whether the database is in WAL mode. It has been read.
+bool HasWal(sqlite3* handle) {
+    bool hasWal = false;
+    const auto onRow = [](void* result, int, char** texts, char**) {
+        *static_cast<bool*>(result) = texts[0] != nullptr && std::string_view(texts[0]) == "wal";
+        return 0;
+    };
+    return sqlite3_exec(handle, "PRAGMA journal_mode", onRow, &hasWal, nullptr) == SQLITE_OK && hasWal;
+}
+
+bool IsSameFile(const std::optional<FileIdentity>& one, const std::optional<FileIdentity>& other) {
+    return one && other && one->device == other->device && one->inode == other->inode;
+}
+
+/// How far the WAL's frames have been copied into the database, from the index that all connections share: it
+/// is the only thing by which a change of the database's file is known for SQLite's own.
+struct CopyProgress {
+    std::array<std::uint32_t, 2> salts;  // of the WAL: others after each new beginning
+    std::uint32_t copied;
+    std::uint32_t attempted;
+
+    bool operator==(const CopyProgress&) const = default;
+};
+
+/// The index of a connection to a database in WAL mode, which has been read: it is mapped already.
+const volatile std::uint32_t* MappedIndex(sqlite3_file& file) {
+    constexpr int kRegionSize = 32 * 1024;
+    volatile void* region = nullptr;
+    const bool isMapped = file.pMethods->xShmMap(&file, 0, kRegionSize, 0, &region) == SQLITE_OK;
+    return isMapped ? static_cast<const volatile std::uint32_t*>(region) : nullptr;
+}
+
+std::optional<CopyProgress> ReadProgress(sqlite3_file& file) {
+    const volatile std::uint32_t* index = MappedIndex(file);
+    return index != nullptr ? std::optional(CopyProgress{{index[8], index[9]}, index[24], index[32]})
+                            : std::nullopt;
+}
+
+/// Whether a connection is copying right now, by the lock that it has on the index.
+bool IsCopying(sqlite3_file& file) {
+    constexpr int kCopyLock = 1;
+    if (file.pMethods->xShmLock(&file, kCopyLock, 1, SQLITE_SHM_LOCK | SQLITE_SHM_SHARED) != SQLITE_OK) {
+        return true;
+    }
+    file.pMethods->xShmLock(&file, kCopyLock, 1, SQLITE_SHM_UNLOCK | SQLITE_SHM_SHARED);
+    return false;
+}
+
+int OpenNew(const std::string& path, sqlite3** handle) {
+    int result = sqlite3_open_v2(path.c_str(), handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    if (result == SQLITE_OK) {
+        sqlite3_busy_handler(*handle, &WaitForLock, nullptr);
+        // SQLite reads nothing before the first statement. A file that is no database is to fail here, where
+        // the caller says so, and not to pass for a user without notifications.
+        result = Execute(*handle, "PRAGMA schema_version");
+    }
+    if (result == SQLITE_OK) {
+        result = Execute(*handle, kCacheSize);
+    }
+    if (result != SQLITE_OK) {
+        sqlite3_close(std::exchange(*handle, nullptr));
+    }
+    return result;
+}
+
+/// Copies what the WAL holds into the database and empties it, as far as that can be done at once: a WAL that
+/// holds something would be taken for that of any file that is put in the database's place.
+void EmptyWal(sqlite3* handle) {
+    sqlite3_busy_handler(handle, nullptr, nullptr);
+    sqlite3_wal_checkpoint_v2(handle, "main", SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    sqlite3_busy_handler(handle, &WaitForLock, nullptr);
+}
+
+/// A connection, with what tells whether its database is still the one at the path.
+class Connection {
+public:
+    /// Of a handle that has been opened and can write.
+    Connection(std::string path, sqlite3* handle)
+        : m_path(std::move(path)), m_handle(handle), m_hasWal(HasWal(handle)) {
+        if (m_hasWal) {
+            m_walPath = sqlite3_filename_wal(sqlite3_db_filename(handle, "main"));
+            m_indexPath = m_walPath.substr(0, m_walPath.size() - std::string_view("wal").size()) + "shm";
+            m_wal = IdentifyFile(m_walPath);
+        }
+        sqlite3_file_control(handle, "main", SQLITE_FCNTL_FILE_POINTER, &m_file);
+        Note();
+    }
+
+    sqlite3* Handle() const { return m_handle; }
+    const std::string& Path() const { return m_path; }
+
+    /// Whether all is known that will be asked for.
+    bool CanBeKept() const {
+        int hasMoved = 1;
+        return m_identity && (!m_hasWal || (m_wal && m_progress)) &&
+               sqlite3_file_control(m_handle, "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved) == SQLITE_OK &&
+               hasMoved == 0;
+    }
+
+    enum class State {
+        Current,
+        Changed,   // in a way that a new connection notices
+        Replaced,  // by another database, or by nothing
+    };
+
+    State Look() {
+        const auto progress = m_hasWal ? ReadProgress(*m_file) : std::nullopt;
+        const auto identity = IdentifyFile(m_path);
+        if (!IsSameFile(identity, m_identity) || (m_hasWal && !IsSameFile(IdentifyFile(m_walPath), m_wal))) {
+            return State::Replaced;
+        }
+        if (identity == m_identity) {
+            m_progress = progress;
+            return State::Current;
+        }
+        if (!m_hasWal) {
+            return State::Changed;
+        }
+        if (IsCopying(*m_file)) {
+            return State::Current;
+        }
+        if (ReadProgress(*m_file) != m_progress) {
+            Note();
+            return State::Current;
+        }
+        // Nothing has been copied, so another has written to the file; unless a copy was cut short.
+        const bool isOverwritten =
+            identity->size != m_identity->size || identity->mtimeNanoseconds != m_identity->mtimeNanoseconds;
+        return isOverwritten && progress && progress->copied == progress->attempted ? State::Replaced
+                                                                                    : State::Changed;
+    }
+
+    /// Whether it works as a new one would, whatever was done with it.
+    bool IsHealthy() const {
+        switch (sqlite3_errcode(m_handle) & 0xFF) {
+            case SQLITE_IOERR:
+            case SQLITE_CORRUPT:
+            case SQLITE_NOTADB:
+            case SQLITE_CANTOPEN:
+            case SQLITE_PROTOCOL:
+            case SQLITE_NOMEM:
+                return false;
+            default:
+                return sqlite3_get_autocommit(m_handle) != 0;
+        }
+    }
+
+    /// Closes it for good.
+    void Close() {
+        if (Look() == State::Replaced) {
+            // What the WAL holds belongs to no file at the path, and would be taken for the new one's.
+            sqlite3_db_config(m_handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+            if (m_hasWal && IsSameFile(IdentifyFile(m_walPath), m_wal)) {
+                unlink(m_walPath.c_str());
+                unlink(m_indexPath.c_str());
+            }
+        } else if (m_hasWal) {
+            EmptyWal(m_handle);
+        }
+        sqlite3_close(m_handle);
+    }
+
+private:
+    /// The progress first: what is copied after that makes the file another one, too.
+    void Note() {
+        m_progress = m_hasWal ? ReadProgress(*m_file) : std::nullopt;
+        m_identity = IdentifyFile(m_path);
+    }
+
+    std::string m_path;
+    std::string m_walPath;
+    std::string m_indexPath;  // of the WAL
+    sqlite3* m_handle;
+    sqlite3_file* m_file = nullptr;
+    bool m_hasWal;
+    std::optional<FileIdentity> m_wal;
+    std::optional<CopyProgress> m_progress;
+    std::optional<FileIdentity> m_identity;
+};
+
+/// The process's connection, which the next one who opens the database gets. One at a time has it; the others
+/// get connections of their own.
+class KeptConnection {
+public:
+    KeptConnection();
+    ~KeptConnection() {
+        if (m_connection) {
+            // Its files are removed with the rights with which they were made.
+            [[maybe_unused]] const int result = seteuid(m_owner);
+            m_connection->Close();
+        }
+    }
+    KeptConnection(const KeptConnection&) = delete;
+    KeptConnection& operator=(const KeptConnection&) = delete;
+
+    int Open(const std::string& path, sqlite3** db) {
+        const std::scoped_lock lock(m_mutex);
+        if (m_connection && !m_isLent) {
+            if (path == m_connection->Path() && m_connection->Look() == Connection::State::Current) {
+                Lend(db);
+                return SQLITE_OK;
+            }
+            m_connection->Close();
+            m_connection.reset();
+        }
+        const int result = OpenNew(path, db);
+        if (result != SQLITE_OK || m_connection || sqlite3_db_readonly(*db, "main") != 0) {
+            return result;
+        }
+        m_connection.emplace(path, *db);
+        if (m_connection->CanBeKept()) {
+            m_owner = geteuid();
+            Lend(db);
+        } else {
+            m_connection.reset();
+        }
+        return SQLITE_OK;
+    }
+
+    void Close(sqlite3* db) {
+        const std::scoped_lock lock(m_mutex);
+        if (!m_connection || m_connection->Handle() != db) {
+            sqlite3_close(db);
+            return;
+        }
+        m_isLent = false;
+        if (!m_connection->IsHealthy() ||
+            (m_isReadOnly && Execute(db, "PRAGMA query_only = 0") != SQLITE_OK)) {
+            m_connection->Close();
+            m_connection.reset();
+            return;
+        }
+        if (sqlite3_total_changes64(db) != m_changes) {
+            EmptyWal(db);
+        }
+        int pages = 0;
+        int ignored = 0;
+        sqlite3_db_status(db, SQLITE_DBSTATUS_CACHE_USED, &pages, &ignored, 0);
+        if (pages > kMostKeptPages) {
+            sqlite3_db_release_memory(db);
+        }
+    }
+
+    /// SQLite's connections do no good on the other side of a fork, where even closing one does harm.
+    void PrepareFork() {
+        m_mutex.lock();
+        if (m_connection && !m_isLent) {
+            m_connection->Close();
+            m_connection.reset();
+        }
+    }
+    void AfterFork(bool isChild) {
+        if (isChild && m_isLent) {
+            m_connection.reset();
+            m_isLent = false;
+        }
+        m_mutex.unlock();
+    }
+
+private:
+    void Lend(sqlite3** db) {
+        *db = m_connection->Handle();
+        m_isLent = true;
+        m_changes = sqlite3_total_changes64(*db);
+        // A file system that has become read-only leaves files that are open as they are.
+        m_isReadOnly = faccessat(AT_FDCWD, m_connection->Path().c_str(), W_OK, AT_EACCESS) != 0 &&
+                       Execute(*db, "PRAGMA query_only = 1") == SQLITE_OK;
+    }
+
+    std::mutex m_mutex;
+    std::optional<Connection> m_connection;
+    uid_t m_owner = 0;
+    bool m_isLent = false;
+    bool m_isReadOnly = false;
+    sqlite3_int64 m_changes = 0;
+};
+
+KeptConnection g_kept;
+
+KeptConnection::KeptConnection() {
+    pthread_atfork([] { g_kept.PrepareFork(); }, [] { g_kept.AfterFork(false); },
+                   [] { g_kept.AfterFork(true); });
+}
+
 }  // namespace
 
 int nexnotifyDbOpen(sqlite3** db) try {
     *db = nullptr;
-    const std::string path = KIVO::Appliance::Rooted(KIVO::Appliance::kDatabasePath);
-    sqlite3* handle = nullptr;
-    int result = sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE, nullptr);
-    if (result == SQLITE_OK) {
-        sqlite3_busy_handler(handle, &WaitForLock, nullptr);
-        // SQLite reads nothing before the first statement. A file that is no database is to fail here, where
-        // the caller says so, and not to pass for a user without notifications.
-        result = sqlite3_exec(handle, "PRAGMA schema_version", nullptr, nullptr, nullptr);
-    }
+    const int result = g_kept.Open(KIVO::Appliance::Rooted(KIVO::Appliance::kDatabasePath), db);
     if (result != SQLITE_OK) {
-        sqlite3_close(handle);
         SET_LAST_ERROR(FileNotReadable);
-        return result;
     }
-    *db = handle;
-    return SQLITE_OK;
+    return result;
 } catch (...) {
+    sqlite3_close(std::exchange(*db, nullptr));
     SET_LAST_ERROR(OutOfMemory);
     return SQLITE_NOMEM;
 }
@@ -53,4 +346,8 @@ int nexnotifyDbRunSql(sqlite3* db, const char* sql, int (*callback)(void*, int, 
     return sqlite3_exec(db, sql, callback, arg, nullptr);
 }
 
-void nexnotifyDbClose(sqlite3* db) { sqlite3_close(db); }
+void nexnotifyDbClose(sqlite3* db) {
+    if (db != nullptr) {
+        g_kept.Close(db);
+    }
+}

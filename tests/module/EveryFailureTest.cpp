@@ -9,6 +9,7 @@
 #include <iostream>
 #include <string>
 
+#include "sysnotify/database.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/ModuleTest.h"
 
@@ -36,12 +37,13 @@ protected:
     /// Makes the request, ever anew, with the N-th failure that `arm` puts in place. `arm` gets N and the
     /// request, and tells whether something failed.
     template <typename Arm>
-    void FailInTurn(const std::string& what, Arm arm) {
+    void FailInTurn(const std::string& what, Arm arm, bool isConnectionKept = true) {
         const RequestCase& request = GetParam();
         int injected = 0;
         for (bool hasFailed = true; hasFailed && !HasFailure(); ++injected) {
             SCOPED_TRACE(what + " " + std::to_string(injected + 1));
             SetUpAppliance();
+            KeepConnection(isConnectionKept);
             std::string answer = "nothing";
             hasFailed = arm(injected + 1, [&] {
                 try {
@@ -82,6 +84,18 @@ private:
         LogLines().clear();
         // As an ordinary account, so that the ids have to be raised.
         ProcessIdentity() = {.euid = 65534, .egid = 65534};
+    }
+
+    /// Lets the platform keep a connection to the database, which the request gets unless it has to close it.
+    void KeepConnection(bool isForTheRequest) const {
+        sqlite3* database = nullptr;
+        EXPECT_EQ(nexnotifyDbOpen(&database), 0);
+        nexnotifyDbClose(database);
+        ThePlatform() = {};
+        if (!isForTheRequest) {
+            std::filesystem::permissions(m_root.Path("/var/lib/kivo/nexnotify.db"),
+                                         std::filesystem::perms(0600));
+        }
     }
 
     void CheckAftermath(const std::string& answer) {
@@ -130,12 +144,26 @@ TEST_P(EveryFailure, LeavesNothingBehind) {
         int call = 0;
         ThePlatform().fails = [&](std::string_view operation) {
             const bool canFail = operation.find("Free") == std::string_view::npos &&
+                                 !operation.starts_with("system:") &&
                                  !operation.starts_with("nexnotifyDbClose");
             return canFail && ++call == n;
         };
         ask();
         return call >= n;
     });
+    for (const bool isConnectionKept : {true, false}) {
+        FailInTurn(
+            isConnectionKept ? "one system call of SQLite's" : "one, of it closing and opening the database",
+            [](int n, const auto& ask) {
+                int call = 0;
+                ThePlatform().fails = [&](std::string_view operation) {
+                    return operation.starts_with("system:") && ++call == n;
+                };
+                ask();
+                return call >= n;
+            },
+            isConnectionKept);
+    }
     FailInTurn("one change of ids", [](int n, const auto& ask) {
         ProcessIdentity().refusedCall = static_cast<size_t>(n);
         ask();

@@ -1,9 +1,12 @@
 #include "tests/support/Platform.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <sqlite3.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -92,7 +95,26 @@ using namespace KIVO::Test;
         REAL(name)(resource);                               \
     }
 
+// What SQLite asks the system for, which does so on other threads than the test's, too: not counted.
+#define SYSTEM_CALL(type, name, parameters, arguments)                     \
+    __attribute__((visibility("default"))) type name parameters {          \
+        if (ThePlatform().fails && ThePlatform().fails("system:" #name)) { \
+            errno = EIO;                                                   \
+            return type(-1);                                               \
+        }                                                                  \
+        static auto* const real = REAL(name);                              \
+        return real arguments;                                             \
+    }
+
 extern "C" {
+
+SYSTEM_CALL(int, open64, (const char* path, int flags, ...), (path, flags, 0600))
+SYSTEM_CALL(int, fstat64, (int file, struct stat64* status) noexcept, (file, status))
+SYSTEM_CALL(int, ftruncate64, (int file, off64_t size) noexcept, (file, size))
+SYSTEM_CALL(int, fdatasync, (int file), (file))
+SYSTEM_CALL(int, unlink, (const char* path) noexcept, (path))
+SYSTEM_CALL(ssize_t, pread64, (int file, void* to, size_t size, off64_t at), (file, to, size, at))
+SYSTEM_CALL(ssize_t, pwrite64, (int file, const void* from, size_t size, off64_t at), (file, from, size, at))
 
 uid_t geteuid() noexcept { return ProcessIdentity().euid; }
 
