@@ -1,20 +1,37 @@
-// The main function of a fuzz target where it is built without a fuzzer: runs it on the files of a folder.
+// The main function of a fuzz target where it is built without a fuzzer: runs it on files, and on those of
+// folders.
 
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <span>
 #include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size);
 
-int main(int, char* argv[]) {
+namespace {
+
+int Replay(const std::filesystem::path& path) {
+    std::fprintf(stderr, "%s\n", path.c_str());
+    std::ifstream file(path, std::ios::binary);
+    file.exceptions(std::ios::failbit);  // at once where there is no such file
+    const std::string input{std::istreambuf_iterator<char>(file), {}};
+    return LLVMFuzzerTestOneInput(input.data(), input.size());
+}
+
+}  // namespace
+
+int main(int count, char* argv[]) {
     int status = 1;  // without a file
-    for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
-        std::fprintf(stderr, "%s\n", entry.path().c_str());
-        std::ifstream file(entry.path(), std::ios::binary);
-        const std::string input{std::istreambuf_iterator<char>(file), {}};
-        status = LLVMFuzzerTestOneInput(input.data(), input.size());
+    for (const std::filesystem::path path : std::span(argv, static_cast<std::size_t>(count)).subspan(1)) {
+        if (!std::filesystem::is_directory(path)) {
+            status = Replay(path);
+            continue;
+        }
+        for (const auto& entry : std::filesystem::directory_iterator(path)) {
+            status = Replay(entry.path());
+        }
     }
     return status;
 }
