@@ -61,7 +61,7 @@ void Measure(benchmark::State& state, std::int64_t itemCount, const std::functio
     request();
     prepareIfNeeded();
     const MemoryUse use = CountMemory(request);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         if (prepare) {
             state.PauseTiming();
             prepare();

@@ -233,10 +233,10 @@ def http_table(size: int, measured: dict[str, dict[str, float]]) -> list[str]:
         return (f"| {title} | {run['requestsPerSecond']:,.0f} | {plot.duration(run['p50'] / 1e6)} "
                 f"| {plot.duration(run['p99'] / 1e6)} |")
 
+    ratios = (f"**{load[key] / file[key]:.2f}**" for key in ("requestsPerSecond", "p50", "p99"))
     return [f"| HTTP, {WORKERS} workers, {CONNECTIONS} connections | Requests/s | p50 | p99 |", "|---|--:|--:|--:|",
             line(f"load, 200 rows, limit 30 ({size_of(size)})", load), line("static file of that size", file),
-            "| load ÷ file | " + " | ".join(f"**{load[key] / file[key]:.2f}**"
-                                           for key in ("requestsPerSecond", "p50", "p99")) + " |"]
+            f"| load ÷ file | {' | '.join(ratios)} |"]
 
 
 def main() -> None:

@@ -11,7 +11,7 @@
 namespace KIVO::NEXNotify {
 
 std::string Notify::GetNotifyCategoryFile(const std::string& language) {
-    const std::string path = Paths::CategoryFile(language);
+    std::string path = Paths::CategoryFile(language);
     if (KLIBCFileExist(path.c_str())) {
         return path;
     }

@@ -82,14 +82,13 @@ void KIVO::Fuzz::Try(const std::string& input) {
     static auto* const name = reinterpret_cast<sockaddr*>(&address);
     if (address.sun_path[1] == '\0') {
         std::snprintf(address.sun_path + 1, sizeof address.sun_path - 1, "fuzz_http %d", getpid());
-        bind(listener.Get(), name, sizeof address);
-        listen(listener.Get(), 1);
+        Expect("bind", bind(listener.Get(), name, sizeof address) == 0 && listen(listener.Get(), 1) == 0);
     }
     g_calls = 0;
     g_unsent = std::string_view(input).substr(input.empty() ? 0 : 1);
     g_sendSize = input[0] != 0 ? static_cast<unsigned char>(input[0]) : input.size();
     const FileDescriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    connect(client.Get(), name, sizeof address);
+    Expect("connect", connect(client.Get(), name, sizeof address) == 0);
     g_client = client.Get();
     SendMore();
     // Readable as soon as the server has closed the connection.

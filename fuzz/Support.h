@@ -25,8 +25,8 @@ inline std::string logged;
 /// What a target with StoredRows.cpp finds in the notification database, oldest first; nothing for NULL.
 inline std::vector<std::optional<std::string>> storedRows;
 
-/// What the action "load" answers to these parameters and the stored rows, worked out in the plainest way: every
-/// text becomes a tree, then the trees are filtered, then the page is cut.
+/// What the action "load" answers to these parameters and the stored rows, worked out in the plainest way:
+/// every text becomes a tree, then the trees are filtered, then the page is cut.
 Json::Value PlainLoad(const Json::Value& parameters);
 
 /// The texts of an input after its first bytes: each ends at a NUL byte or the end.

@@ -126,8 +126,8 @@ Json::Value EntryOf(const NString& record, const char* message) {
         throw std::bad_alloc();  // Without a record every look-up would fail, and no texts would pass for the
                                  // answer.
     }
-    const std::string mailsPath = Paths::MailsCatalogue(request.GetUILanguage());
-    const std::string categoryPath = Paths::CategoryFile(Paths::kEnglish);
+    std::string mailsPath = Paths::MailsCatalogue(request.GetUILanguage());
+    std::string categoryPath = Paths::CategoryFile(Paths::kEnglish);
     const std::string package = request.GetParam("pkgName", Json::Value()).asString();
     Tags packageTags;
     if (!package.empty()) {

@@ -17,6 +17,8 @@ public:
         std::swap(m_descriptor, other.m_descriptor);
         return *this;
     }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
     ~FileDescriptor() { Close(); }
 
     /// Closes it early; nothing when it is none.

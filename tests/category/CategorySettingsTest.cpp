@@ -14,7 +14,7 @@ protected:
 
     /// The rows as "category/category_enu/app/appids=nexnotify", then the total; or "nothing".
     static std::string Rows(const std::string& user = "bob", const std::string& language = "ger") {
-        const std::string answer = Notify(R"({"action":"loadHaveNtAppList"})", user, language);
+        std::string answer = Notify(R"({"action":"loadHaveNtAppList"})", user, language);
         if (!answer.starts_with("success: ")) {
             return answer;
         }

@@ -53,17 +53,19 @@ Resource* Held(Resource* resource) {
     return resource;
 }
 
-int SetEffectiveId(const char* function, int real, int effective, int saved, unsigned& current,
+/// Sets a user's or a group's id; what shall stay is -1, and is noted so.
+int SetEffectiveId(const char* function, unsigned real, unsigned effective, unsigned saved, unsigned& current,
                    bool isAllowed) {
     const AllocationLimit noLimit(-1);
     Identity& identity = ProcessIdentity();
-    identity.calls.push_back(function + std::string("(") + std::to_string(real) + ", " +
-                             std::to_string(effective) + ", " + std::to_string(saved) + ")");
+    const auto text = [](unsigned id) { return std::to_string(static_cast<int>(id)); };
+    identity.calls.push_back(function +
+                             ("(" + text(real) + ", " + text(effective) + ", " + text(saved) + ")"));
     if (!isAllowed || identity.calls.size() == identity.refusedCall) {
         errno = EPERM;
         return -1;
     }
-    current = static_cast<unsigned>(effective);
+    current = effective;
     return 0;
 }
 
@@ -141,7 +143,7 @@ int getpwnam_r(const char* name, passwd* entry, char*, size_t size, passwd** res
     return isKnown ? 0 : identity.lookupError;
 }
 
-long __sysconf(int name) noexcept;  // NOLINT(bugprone-reserved-identifier): the C library's own
+long __sysconf(int name) noexcept;  // NOLINT(readability-redundant-declaration)
 
 long sysconf(int name) noexcept {
     if (name != _SC_GETPW_R_SIZE_MAX) {
