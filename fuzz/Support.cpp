@@ -54,6 +54,17 @@ void Expect(const char* what, bool holds) { ExpectEqual(what, "1", std::to_strin
 
 }  // namespace KIVO::Fuzz
 
+namespace {
+
+void Log(const char* format, va_list arguments) {
+    char text[4096];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    const std::string line = text;
+    KIVO::Fuzz::logged += line.substr(line.find(' ') + 1) + '\n';
+}
+
+}  // namespace
+
 extern "C" {
 
 int LLVMFuzzerTestOneInput(const char* data, std::size_t size) {
@@ -67,13 +78,18 @@ KIVO_PUBLIC uid_t geteuid() noexcept { return 0; }
 KIVO_PUBLIC gid_t getegid() noexcept { return 0; }
 
 KIVO_PUBLIC void syslog(int, const char* format, ...) {
-    char text[4096];
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
+    Log(format, arguments);
     va_end(arguments);
-    const std::string line = text;
-    KIVO::Fuzz::logged += line.substr(line.find(' ') + 1) + '\n';
+}
+
+/// What code that is compiled with _FORTIFY_SOURCE calls in its place.
+KIVO_PUBLIC void __syslog_chk(int, int, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    Log(format, arguments);
+    va_end(arguments);
 }
 
 }  // extern "C"

@@ -63,6 +63,25 @@ TEST(BuiltFileProduct, ImportsOnlyThePlatformsOperations) {
         OutputOf("sed '/^#/d' \"$FILE\"", OPERATIONS_FILE));
 }
 
+TEST_P(BuiltFile, IsHardened) {
+    const std::string headers = OutputOf(READELF " -dlW \"$FILE\"", GetParam());
+    EXPECT_NE(headers.find("GNU_RELRO"), std::string::npos) << headers;
+    EXPECT_NE(headers.find("BIND_NOW"), std::string::npos) << headers;
+    const std::string imports = OutputOf(NM " -D --undefined-only \"$FILE\"", GetParam());
+    EXPECT_NE(imports.find("__stack_chk_fail"), std::string::npos) << imports;
+#ifdef NDEBUG  // _FORTIFY_SOURCE wants an optimised build
+    EXPECT_NE(imports.find("__syslog_chk"), std::string::npos) << imports;
+#endif
+}
+
+TEST(BuiltFileProduct, LeavesWhereItsLibrariesAreToTheLoader) {
+    const std::string paths = " | sed -n 's/.*RU*N*PATH.*\\[/[/p' | LC_ALL=C sort -u";
+    EXPECT_EQ(OutputOf(READELF " -d \"$FILE\"" + paths, PRODUCT_FILE), "");
+    // The others' folders are those beside the file itself, never the current one.
+    EXPECT_EQ(OutputOf("cd \"${FILE%/*}\" && " READELF " -d *.so dev/*.so ../bin/*" + paths, PRODUCT_FILE),
+              "[$ORIGIN/../lib]\n[$ORIGIN/..]\n[$ORIGIN]\n");
+}
+
 /// Eight bytes of a row.
 std::uint64_t WordAt(const void* table, size_t offset) {
     std::uint64_t word = 0;
@@ -155,6 +174,7 @@ extern "C" {
 EXPORTED uid_t geteuid() noexcept { return 0; }
 EXPORTED gid_t getegid() noexcept { return 0; }
 EXPORTED void syslog(int, const char*, ...) {}
+EXPORTED void __syslog_chk(int, int, const char*, ...) {}  // with _FORTIFY_SOURCE
 
 int KLIBCFileExist(const char* path) { return KIVO::Test::Note(path, 0); }
 

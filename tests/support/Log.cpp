@@ -40,13 +40,34 @@ bool Matches(const std::string& text, const std::string& expression) {
 
 }  // namespace KIVO::Test
 
-// Exported, so that the platform's libraries log here too.
-extern "C" __attribute__((visibility("default"))) void syslog(int priority, const char* format, ...) {
+namespace {
+
+void Log(int priority, const char* format, va_list arguments) {
     const KIVO::Test::AllocationLimit noLimit(-1);
     char text[4096];
-    va_list arguments;
-    va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
     KIVO::Test::LogLines().push_back({priority, text});
 }
+
+}  // namespace
+
+// Exported, so that the platform's libraries log here too.
+extern "C" {
+
+__attribute__((visibility("default"))) void syslog(int priority, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    Log(priority, format, arguments);
+    va_end(arguments);
+}
+
+/// What code that is compiled with _FORTIFY_SOURCE calls in its place.
+__attribute__((visibility("default"))) void __syslog_chk(int priority, int /*flag*/, const char* format,
+                                                         ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    Log(priority, format, arguments);
+    va_end(arguments);
+}
+
+}  // extern "C"
