@@ -15,6 +15,35 @@ constexpr size_t kInitialCapacity = 4096;
 // is short there. So that comes when the module is loaded, and no request meets it.
 [[maybe_unused]] const bool kHasImplementation = !simdjson::get_active_implementation()->name().empty();
 
+Json::Value TreeOf(simdjson::dom::element element) {
+    switch (element.type()) {
+        case simdjson::dom::element_type::OBJECT:
+            return NEXNotify::TreeOf(element.get_object());
+        case simdjson::dom::element_type::ARRAY: {
+            Json::Value array(Json::arrayValue);
+            for (const auto value : element.get_array()) {
+                array.append(TreeOf(value));
+            }
+            return array;
+        }
+        case simdjson::dom::element_type::STRING: {
+            const std::string_view text = element.get_string();
+            return {text.data(), text.data() + text.size()};
+        }
+        case simdjson::dom::element_type::INT64:
+            return Json::Int64{element.get_int64()};
+        case simdjson::dom::element_type::UINT64:
+            return Json::UInt64{element.get_uint64()};
+        case simdjson::dom::element_type::DOUBLE:
+            return double{element.get_double()};
+        case simdjson::dom::element_type::BOOL:
+            return bool{element.get_bool()};
+        case simdjson::dom::element_type::NULL_VALUE:
+            break;
+    }
+    return {};
+}
+
 }  // namespace
 
 JsonScanner::JsonScanner() { ThrowIfShort(m_parser.allocate(kInitialCapacity, kMaxDepth)); }
@@ -30,6 +59,15 @@ void JsonScanner::ThrowIfShort(simdjson::error_code error) {
     if (error == simdjson::MEMALLOC) {
         throw std::bad_alloc();
     }
+}
+
+Json::Value TreeOf(simdjson::dom::object object) {
+    Json::Value tree(Json::objectValue);
+    for (const auto [name, value] : object) {
+        // Of two members of one name the last one stays.
+        *tree.demand(name.data(), name.data() + name.size()) = TreeOf(value);
+    }
+    return tree;
 }
 
 }  // namespace KIVO::NEXNotify

@@ -31,6 +31,14 @@ void Listing::ThrowFailure() const {
     }
 }
 
+Json::Value Listing::Items() {
+    Json::Value items(Json::arrayValue);
+    for (std::size_t position = 0; position < m_page.Size(); ++position) {
+        m_reader.Append(m_page[position], items);
+    }
+    return items;
+}
+
 void Listing::Add(std::string_view text, const RowFacts& facts) {
     if (!m_filter.Lists(facts.tag)) {
         return;

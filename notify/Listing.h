@@ -1,5 +1,8 @@
 #pragma once
 
+#include <json/value.h>
+
+#include <cstddef>
 #include <exception>
 #include <string_view>
 
@@ -26,7 +29,10 @@ public:
     bool HasRows() const { return m_hasRows; }
     /// The greatest time of the listed notifications, at least 0.
     double NewestTime() const { return m_newestTime; }
-    const PageWindow& Page() const { return m_page; }
+    /// The number of notifications that the client is told.
+    std::size_t Total() const { return m_page.Total(); }
+    /// The notifications of the page, newest first. Throws std::bad_alloc.
+    Json::Value Items();
 
 private:
     void Add(std::string_view text, const RowFacts& facts);

@@ -1,8 +1,6 @@
 // Action "load": one page of the login user's notifications, newest first.
 
-#include <cstddef>
 #include <string>
-#include <utility>
 
 #include "module/ErrorCodes.h"
 #include "module/Log.h"
@@ -14,21 +12,6 @@
 #include "sdk/user.h"
 
 namespace KIVO::NEXNotify {
-
-namespace {
-
-/// Makes the page's items. False when the text of one is not JSON.
-[[nodiscard]] bool ParseItems(const PageWindow& page, Json::Value& items) {
-    for (std::size_t position = 0; position < page.Size(); ++position) {
-        char* text = const_cast<char*>(page[position].c_str());  // the callback's type; it only reads
-        if (Notify::readDbToJson(&items, 1, &text, nullptr) != 0) {
-            return false;
-        }
-    }
-    return true;
-}
-
-}  // namespace
 
 int Notify::ExecuteLoad() {
     KivoSettings settings(m_userName);
@@ -53,8 +36,7 @@ int Notify::ExecuteLoad() {
     Listing listing(filter, m_limit, m_offset);
     const bool hasRun = store.Run(ReadNotificationsSql(uid), &Listing::OnRow, &listing);
     listing.ThrowFailure();
-    Json::Value items(Json::arrayValue);
-    if (!hasRun || !ParseItems(listing.Page(), items)) {
+    if (!hasRun) {
         LOG_FAILURE("run sql error");
         return kSuccess;
     }
@@ -62,8 +44,8 @@ int Notify::ExecuteLoad() {
         m_result["newestMsgTime"] = listing.NewestTime();
         // The order of the client's notification sources, which nothing on the appliance defines.
         m_result["priorityMap"] = Json::Value();
-        m_result["items"] = std::move(items);
-        m_result["total"] = static_cast<Json::ArrayIndex>(listing.Page().Total());
+        m_result["items"] = listing.Items();
+        m_result["total"] = static_cast<Json::ArrayIndex>(listing.Total());
     }
     return kSuccess;
 }

@@ -2,6 +2,7 @@
 
 #include "notify/StoredRow.h"
 
+#include <cassert>
 #include <cstdint>
 #include <utility>
 
@@ -70,6 +71,16 @@ std::optional<RowFacts> RowReader::Read(std::string_view text) {
     }
     Json::Value notification;
     return ParseJsonText(text, notification) ? std::optional(FactsOf(notification, m_tag)) : std::nullopt;
+}
+
+void RowReader::Append(const std::string& text, Json::Value& array) {
+    if (const auto object = m_scanner.Scan(text)) {
+        array.append(TreeOf(*object));
+        return;
+    }
+    char* column = const_cast<char*>(text.c_str());  // the callback's type; it only reads
+    [[maybe_unused]] const int result = Notify::readDbToJson(&array, 1, &column, nullptr);
+    assert(result == 0);
 }
 
 int Notify::readDbToJson(void* array, int columnCount, char** columnTexts, char** /*columnNames*/) {

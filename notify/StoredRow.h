@@ -22,12 +22,15 @@ struct RowFacts {
     double time = 0.0;
 };
 
-/// Reads the facts of stored texts, without making trees of them where it can.
+/// Reads stored texts, with the scanner where it can.
 class RowReader {
 public:
     /// The facts of a text, valid until the next call. Nothing when the text is not JSON. Throws
     /// std::bad_alloc.
     [[nodiscard]] std::optional<RowFacts> Read(std::string_view text);
+
+    /// Appends the tree of a text that Read has taken to the array. Throws std::bad_alloc.
+    void Append(const std::string& text, Json::Value& array);
 
 private:
     JsonScanner m_scanner;
