@@ -14,6 +14,7 @@ import shlex
 import shutil
 import sqlite3
 import stat
+import subprocess
 import sys
 import tempfile
 import time
@@ -62,7 +63,7 @@ WEIGHTS = {
 # What fills a placeholder. One set of parameters serves every language, so the values are names and numbers.
 VALUES = {
     "ADDRESS": ["192.0.2.17", "192.0.2.140", "198.51.100.8", "203.0.113.25", "2001:db8::5:1"],
-    "COUNT": ["4", "12", "37", "118", "2406"],
+    "COUNT": ["37", "118", "540", "2406"],
     "DAYS": ["3", "7", "14", "21"],
     "DESTINATION": ["vault-usb", "backup.example.net", "Atlas-2"],
     "DEVICE": ["ThinkPad", "Pixel 8", "Studio PC", "iPad"],
@@ -85,13 +86,25 @@ VALUES = {
     "PACKAGE": ["Kivo Backup", "Kivo Sync", "Kivo Photos", "Kivo Mail"],
     "PERCENT": ["85", "90", "95", "98"],
     "POOL": ["Pool 1", "Pool 2"],
-    "SIZE": ["640 MB", "12 GB", "4 TB", "8 TB"],
+    "SIZE": ["640 MB", "3 GB", "12 GB", "48 GB"],
     "TASK": ["Photos", "Office", "Home folders", "Café & Küche"],
     "TEMPERATURE": ["61", "66", "70"],
     "TIME": ["02:30", "03:15", "04:00"],
     "USER": ["alice", "bob", "carol"],
     "VERSION": ["4.2.1", "4.2.2", "4.3.0"],
     "VOLUME": ["Media", "Office", "Archive"],
+}
+
+# Where those of any tag could not be true.
+TAG_VALUES = {
+    "AccountLocked": {"COUNT": ["5", "10"]},
+    "AddressBlocked": {"COUNT": ["5", "10"]},
+    "BackupVersionsRemoved": {"COUNT": ["3", "4", "12"]},
+    "DiskAdded": {"SIZE": ["4 TB", "8 TB", "12 TB"]},
+    "DiskFailed": {"SIZE": ["4 TB", "8 TB", "12 TB"]},
+    "DiskHealthWarning": {"COUNT": ["2", "8", "24"]},
+    "LoginFailed": {"COUNT": ["3", "4", "7"]},
+    "PackageStopped": {"COUNT": ["3", "5"]},
 }
 
 # The day that {DATE} names, seen from the notification's: the day before it unless listed here.
@@ -135,7 +148,7 @@ def notifications(catalogue: configparser.ConfigParser, now: int) -> list[Notifi
     def notification(tag: str, when: int) -> Notification:
         date = EPOCH + datetime.timedelta(days=when // DAY + DATE_OFFSET_DAYS.get(tag, -1))
         parameters = {
-            name: date.isoformat() if name == "DATE" else rng.choice(VALUES[name])
+            name: date.isoformat() if name == "DATE" else rng.choice(TAG_VALUES.get(tag, {}).get(name, VALUES[name]))
             for name in sorted(placeholders(catalogue[tag]))
         }
         content = {"title": tag, "time": when, "msg": [json.dumps(parameters, ensure_ascii=False)]}
@@ -264,13 +277,15 @@ def link_tool(root: Path, tool: Path) -> None:
         link.replace(place)
 
 
-def print_links(root: Path, port: int) -> None:
+def print_links(root: Path, host: Path, port: int) -> None:
     users = json.loads((root / USERS).read_text(encoding="utf-8"))["users"]
     address = f"http://127.0.0.1:{port}"
     print("Sign in as:")
     for name, user in users.items():
         role = "administrator" if "administrators" in user["groups"] else "user"
-        print(f"  {name:6} {role:14} {user['language']}  {address}/#token={user['token']}")
+        link = subprocess.run([host, "--root", root, "sign-in", name, "--url", address], check=True, text=True, stdout=subprocess.PIPE)
+        print(f"  {name:6} {role:14} {user['language']}  {link.stdout.strip()}")
+    print(f"The links work for 15 minutes. Another one: {host} --root {shlex.quote(str(root))} sign-in USER --url {address}")
     token = next(iter(users.values()))["token"]
     print("Or ask from the command line:")
     print(f"  ROOT={shlex.quote(str(root))} TOKEN={token}")
@@ -294,7 +309,8 @@ def main() -> None:
     parser.add_argument("--account", metavar="NAME", type=account_name, default="nobody",
                         help="the account whose group may read the users file, which holds tokens (default: nobody)")
     parser.add_argument("--tool", metavar="FILE", type=Path, help="the notification_utils program to link into it")
-    parser.add_argument("--links", metavar="PORT", type=int, help="print the users' sign-in links for this port")
+    parser.add_argument("--links", metavar=("HOST", "PORT"), nargs=2,
+                        help="have the webapi-host program HOST make the users' sign-in links for this port, and print them")
     arguments = parser.parse_args()
     root = Path(os.path.abspath(arguments.root))
 
@@ -304,8 +320,9 @@ def main() -> None:
         if arguments.tool:
             link_tool(root, arguments.tool)
         if arguments.links:
-            print_links(root, arguments.links)
-    except (Refused, OSError) as error:
+            host, port = arguments.links
+            print_links(root, Path(host), int(port))
+    except (Refused, OSError, subprocess.CalledProcessError) as error:
         sys.exit(f"{parser.prog}: {error}")
 
 

@@ -24,6 +24,12 @@ export class Api {
     this.#token = token;
   }
 
+  // The token that a sign-in link's code stands for.
+  static async signIn(code) {
+    const {token} = await new Api('').#ask('session', {method: 'POST', body: JSON.stringify({code})});
+    return token;
+  }
+
   session() {
     return this.#ask('session', {method: 'GET'});
   }
@@ -47,27 +53,33 @@ export class Api {
     return await this.#call(STRINGS, {}) ?? {};
   }
 
+  // Null when there is no mail for the tag.
   async mail(tag) {
-    const {mailContent} = await this.#call(MAIL, {title: tag});
-    return mailContent;
+    try {
+      const {mailContent} = await this.#call(MAIL, {title: tag});
+      return mailContent;
+    } catch (error) {
+      if (error instanceof Refused && error.code === 117)
+        return null;
+      throw error;
+    }
   }
 
   #call(method, parameters) {
     return this.#ask(`webapi/${method}`, {
       method: 'POST',
-      headers: {'Content-Type': 'application/json'},
       body: JSON.stringify(parameters),
     });
   }
 
-  async #ask(path, {headers, ...request}) {
+  async #ask(path, request) {
     let envelope;
     try {
       const response = await fetch(path, {
         ...request,
         headers: {
-          ...headers,
-          'Authorization': `Bearer ${this.#token}`,
+          ...(request.body && {'Content-Type': 'application/json'}),
+          ...(this.#token && {'Authorization': `Bearer ${this.#token}`}),
           ...(this.language && {'KIVO-Language': this.language}),
         },
         cache: 'no-store',

@@ -13,13 +13,11 @@ export function timesIn(language, preferred = navigator.languages) {
   const words = preferred.find(own => own.split('-')[0] === language.split('-')[0]) ?? language;
   const relative = new Intl.RelativeTimeFormat(words, {numeric: 'always'});
   const named = new Intl.RelativeTimeFormat(words, {numeric: 'auto'});
-  const clock = new Intl.DateTimeFormat(preferred[0], {timeStyle: 'short'});
   const full = new Intl.DateTimeFormat(preferred[0], {dateStyle: 'full', timeStyle: 'medium'});
   const sameYear = new Intl.DateTimeFormat(words, {weekday: 'long', day: 'numeric', month: 'long'});
   const otherYear = new Intl.DateTimeFormat(words, {dateStyle: 'long'});
 
   return {
-    clock: date => clock.format(date),
     full: date => full.format(date),
 
     ago(date, now) {
@@ -33,11 +31,9 @@ export function timesIn(language, preferred = navigator.languages) {
 
     day(date, now) {
       const days = Math.round((midnight(date) - midnight(now)) / 86_400_000);
-      if (days === 0 || days === -1) {
-        const word = named.format(days, 'day');
-        return word[0].toLocaleUpperCase(words) + word.slice(1);
-      }
-      return (date.getFullYear() === now.getFullYear() ? sameYear : otherYear).format(date);
+      const name = days === 0 || days === -1 ? named.format(days, 'day')
+        : (date.getFullYear() === now.getFullYear() ? sameYear : otherYear).format(date);
+      return name[0].toLocaleUpperCase(words) + name.slice(1);
     },
   };
 }

@@ -14,6 +14,7 @@ export function wordsIn(language) {
 
   return {
     tag,
+    number: number => numbers.format(number),
     say(key, values = {}) {
       const entry = words[key] ?? enu.words[key];
       const text = entry.other ? entry[plurals.select(values.COUNT)] ?? entry.other : entry;

@@ -40,7 +40,8 @@ export class Appliance {
 
   #run(input, ...command) {
     const [file, ...parameters] = [...asRoot, ...command];
-    execFileSync(file, parameters, {input, env: {...process.env, KIVO_ROOT: this.root}, stdio: ['pipe', 'ignore', 'inherit']});
+    return execFileSync(file, parameters,
+      {input, encoding: 'utf8', env: {...process.env, KIVO_ROOT: this.root}, stdio: ['pipe', 'pipe', 'inherit']});
   }
 
   // Writes or (with flag "a") adds to a file that the host has not read yet.
@@ -74,7 +75,7 @@ export class Appliance {
   }
 
   signInLink(user) {
-    return `${this.origin}/#token=${this.users[user].token}`;
+    return this.#run('', WEBAPI_HOST, '--root', this.root, 'sign-in', user, '--url', this.origin).trim();
   }
 
   async stop() {
