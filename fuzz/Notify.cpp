@@ -62,6 +62,7 @@ void KIVO::Fuzz::Try(const std::string& input) {
                       R"({"title":"Known"})", R"({"title":"Known","time":3})"};
         Root().Write("/var/cache/texts/enu/notification_category", "{}");
     }
+    Root().Write("/var/log/kivo/events.jsonl", "");
     Json::Value parameters;
     if (!Appliance::ParseJson(input, parameters) || !parameters.isObject()) {
         return;

@@ -23,13 +23,13 @@ bool ParseJsonText(std::string_view text, Json::Value& value) {
 }
 
 std::optional<std::string> ReadTextFile(const std::string& path) {
-    const File file(std::fopen(path.c_str(), "r"));
+    const File file = OpenToRead(path);
     if (!file) {
         return std::nullopt;
     }
     std::string text;
     struct stat status = {};
-    if (fstat(fileno(file.get()), &status) == 0 && S_ISREG(status.st_mode)) {
+    if (fstat(fileno(file.get()), &status) == 0) {
         text.reserve(static_cast<size_t>(status.st_size));
     }
     char chunk[65536];

@@ -139,7 +139,7 @@ Json::Value EntryOf(const NString& record, const char* message) {
         answer = categoryPath + kUnreadable;
         return false;
     }
-    const File mails(std::fopen(mailsPath.c_str(), "r"));
+    const File mails = OpenToRead(mailsPath);
     if (!mails) {
         answer = mailsPath + kUnreadable;
         return false;

@@ -13,12 +13,12 @@ namespace KIVO::Appliance {
 
 /// Tells whether a file is still the one that was read.
 struct FileIdentity {
-    dev_t device;
-    ino_t inode;
-    off_t size;
-    long long mtimeNanoseconds;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    long long mtimeNanoseconds = 0;
     /// Of the last change to the inode, which no program can set back.
-    long long ctimeNanoseconds;
+    long long ctimeNanoseconds = 0;
 
     bool operator==(const FileIdentity&) const = default;
 };

@@ -2,7 +2,9 @@
 
 #include <json/value.h>
 #include <syslog.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -17,6 +19,9 @@ namespace {
 
 constexpr char kAdministrators[] = "administrators";
 constexpr char kDefaultLanguage[] = "enu";
+
+/// How long a file that is no users file passes for one that is being rewritten.
+constexpr std::chrono::seconds kRewritingTime(3);
 
 /// The strings of an array; none for a missing one, nothing for any other value.
 std::optional<std::unordered_set<std::string>> ReadStrings(const Json::Value& value) {
@@ -92,11 +97,12 @@ public:
         const std::string path = Rooted("/etc/kivo/users.json");
         const std::scoped_lock lock(m_mutex);
         const std::optional<FileIdentity> identity = IdentifyFile(path);
-        if (path != m_path || !identity) {
-            m_users = std::make_shared<const Users>();
-            m_identity.reset();
-            m_isCurrent = false;
+        // On the other side of a fork too it starts with nothing: a token that was known before may have been
+        // taken away since.
+        if (path != m_path || !identity || m_process != getpid()) {
+            Forget();
             m_path = path;
+            m_process = getpid();
         }
         if (!identity || (m_isCurrent && identity == m_identity)) {
             return m_users;
@@ -104,32 +110,65 @@ public:
 
         const bool isSettled = IsSettled(*identity);
         // Once for one state of the file, however often it is read.
-        const bool shouldLog = identity != m_identity;
+        const bool isNew = identity != m_identity;
         const std::optional<std::string> content = ReadFile(path);
         Json::Value document;
         std::shared_ptr<const Users> users;
         if (content && ParseJson(*content, document)) {
-            users = ReadUsers(document, path, shouldLog);
+            users = ReadUsers(document, path, isNew);
         }
         if (users) {
             m_users = std::move(users);
-        } else if (shouldLog) {
-            syslog(LOG_ERR, "%s %s; the users stay as they were", path.c_str(),
-                   content ? "is no users file" : "cannot be read");
+            m_unreadableSince.reset();
+        } else {
+            KeepForAWhile(*identity, isNew, content ? "is no users file" : "cannot be read");
         }
         m_identity = identity;
-        m_isCurrent = content && isSettled && IdentifyFile(path) == identity;
+        m_isCurrent = content && isSettled && !IsBeingRewritten() && IdentifyFile(path) == identity;
         return m_users;
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
+    void Forget() {
+        m_users = std::make_shared<const Users>();
+        m_identity.reset();
+        m_isCurrent = false;
+        m_unreadableSince.reset();
+    }
+
+    bool IsBeingRewritten() const { return m_unreadableSince && !m_users->empty(); }
+
+    /// Keeps the users while the file may be on its way to its next state, and then none.
+    void KeepForAWhile(const FileIdentity& identity, bool isNew, const char* what) {
+        const auto now = Clock::now();
+        m_unreadableSince = m_unreadableSince.value_or(now);
+        const std::chrono::nanoseconds unchanged = std::chrono::system_clock::now().time_since_epoch() -
+                                                   std::chrono::nanoseconds(identity.ctimeNanoseconds);
+        const bool wasKept = !m_users->empty();
+        const bool isKept = wasKept && now - *m_unreadableSince < kRewritingTime &&
+                            std::chrono::abs(unchanged) < kRewritingTime;
+        if (!isKept) {
+            m_users = std::make_shared<const Users>();
+        }
+        if (isNew || wasKept != isKept) {
+            syslog(
+                LOG_ERR, "%s %s; %s", m_path.c_str(), what,
+                isKept ? "the users stay as they were for a moment" : "there are no users until it changes");
+        }
+    }
+
     std::mutex m_mutex;
     std::string m_path;
+    pid_t m_process = getpid();
     /// The file as it was read last.
     std::optional<FileIdentity> m_identity;
     /// Whether that read need not be repeated while the file stays the same.
     bool m_isCurrent = false;
     std::shared_ptr<const Users> m_users = std::make_shared<const Users>();
+    /// When it was first found to be no users file, after the users were read.
+    std::optional<Clock::time_point> m_unreadableSince;
 };
 
 thread_local std::shared_ptr<const Users> t_snapshot;

@@ -3,17 +3,21 @@
 #include <fcntl.h>
 #include <json/value.h>
 #include <sys/file.h>
-#include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <string>
+#include <thread>
 
 #include "platform/kivocore/ApplianceRoot.h"
 #include "platform/kivocore/ErrorState.h"
+#include "platform/kivocore/FileContent.h"
 #include "platform/kivocore/FileDescriptor.h"
 #include "platform/kivocore/Json.h"
 
@@ -29,14 +33,31 @@ std::string HexCode(unsigned int code) {
     return text.data();
 }
 
-/// All of the line or nothing of it: on a disk that fills up, the half of a line would spoil the next one
-/// too. Under a lock, so that nothing but that half is cut off.
+/// Whoever holds the lock longer is no writer of this log.
+constexpr std::chrono::milliseconds kLockTime(500);
+constexpr std::chrono::milliseconds kLockPause(5);
+
+bool Lock(const FileDescriptor& file) {
+    const auto end = std::chrono::steady_clock::now() + kLockTime;
+    while (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(kLockPause);
+    }
+    return true;
+}
+
+/// All of the line or nothing of it, with errno set: on a disk that fills up, the half of a line would spoil
+/// the next one too. Under a lock, so that nothing but that half is cut off. Neither waits for a reader of a
+/// named pipe nor writes where a link points.
 bool AppendLine(const std::string& path, const std::string& line) {
-    const FileDescriptor file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kLogMode));
-    struct stat before {};
-    if (!file.IsOpen() || flock(file.Get(), LOCK_EX) != 0 || fstat(file.Get(), &before) != 0) {
+    const FileDescriptor file(
+        open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, kLogMode));
+    if (!file.IsOpen() || !IdentifyFile(file.Get()) || !Lock(file)) {
         return false;
     }
+    const auto before = IdentifyFile(file.Get());
     ssize_t length = 0;
     do {
         length = write(file.Get(), line.data(), line.size());
@@ -44,7 +65,9 @@ bool AppendLine(const std::string& path, const std::string& line) {
     if (length == static_cast<ssize_t>(line.size())) {
         return true;
     }
-    [[maybe_unused]] const int cut = ftruncate(file.Get(), before.st_size);
+    const int error = length < 0 ? errno : ENOSPC;
+    [[maybe_unused]] const int cut = before ? ftruncate(file.Get(), before->size) : -1;
+    errno = error;
     return false;
 }
 
@@ -60,7 +83,11 @@ int KIVOLogSet1(int category, int level, unsigned int eventCode, const char* a1,
     for (const char* argument : {a1, a2, a3, a4}) {
         entry["args"].append(argument != nullptr ? argument : "");
     }
-    if (!AppendLine(Rooted("/var/log/kivo/events.jsonl"), WriteJson(entry) + '\n')) {
+    const std::string path = Rooted("/var/log/kivo/events.jsonl");
+    const std::string line = WriteJson(entry);
+    if (!AppendLine(path, line + '\n')) {
+        syslog(LOG_ERR, "The event %s cannot be noted in %s: %s.", line.c_str(), path.c_str(),
+               strerror(errno));
         SET_LAST_ERROR(FileNotWritable);
         return -1;
     }

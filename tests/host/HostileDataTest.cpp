@@ -1,6 +1,7 @@
 #include <json/writer.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <functional>
@@ -187,7 +188,7 @@ TEST_F(HostileDataTest, LargeOrBrokenFilesHaveTheirAnswer) {
          [&] { m_root.Query("UPDATE message SET message_content = 'x'"); }},
     };
     const std::string enu = "/var/cache/texts/enu/";
-    const std::vector<std::pair<std::string, std::vector<std::string>>> answersWithFolders = {
+    const std::vector<std::pair<std::string, std::vector<std::string>>> answersWithoutFiles = {
         {"117, 1 on, 1, 1, 117", {kDatabase}},
         {"401, 401, 401, 401, 401", {"/etc/kivo/users.json"}},
         {"0, [], 101, 117, null", {enu + "mails", "/var/cache/texts/ger/mails"}},
@@ -195,13 +196,19 @@ TEST_F(HostileDataTest, LargeOrBrokenFilesHaveTheirAnswer) {
         {"1, [], 101, 1, null", {kTool}},
         {kHealthy, {"/etc/kivo/settings/users/alice.json", "/usr/kivo/etc/notification/mails", kEvents}},
     };
-    for (const auto& [answers, paths] : answersWithFolders) {
-        cases.push_back({"folders at " + testing::PrintToString(paths), answers, [this, paths = paths] {
-                             for (const std::string& path : paths) {
-                                 std::filesystem::remove(m_root.Path(path));
-                                 std::filesystem::create_directories(m_root.Path(path));
-                             }
-                         }});
+    for (const auto& [answers, paths] : answersWithoutFiles) {
+        for (const bool isPipe : {false, true}) {
+            cases.push_back(
+                {(isPipe ? "pipes at " : "folders at ") + testing::PrintToString(paths), answers,
+                 [this, paths = paths, isPipe] {
+                     for (const std::string& path : paths) {
+                         std::filesystem::remove(m_root.Path(path));
+                         const std::filesystem::path place = m_root.Path(path);
+                         std::filesystem::create_directories(place.parent_path());
+                         EXPECT_EQ(isPipe ? mkfifo(place.c_str(), 0644) : mkdir(place.c_str(), 0755), 0);
+                     }
+                 }});
+        }
     }
     ExpectAnswers(cases);
 }
@@ -268,6 +275,7 @@ TEST_F(HostileDataTest, NamesOfAnyKindAreJustNames) {
 }
 
 TEST_F(HostileDataTest, AUsersFileThatIsBeingRewrittenSignsNobodyOut) {
+    ASSERT_EQ(Summary(Envelope(kLoad)), "1");
     const std::string users = m_root.Read("/etc/kivo/users.json").value();
     const std::jthread writer([&](const std::stop_token& stop) {
         while (!stop.stop_requested()) {

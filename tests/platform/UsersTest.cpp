@@ -1,12 +1,20 @@
 #include "platform/kivocore/Users.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <ctime>
 #include <filesystem>
 #include <sstream>
 #include <thread>
 
+#include "platform/kivocore/FileContent.h"
+#include "platform/kivocore/FileDescriptor.h"
 #include "sdk/eventlog.h"
 #include "sdk/settings.h"
 #include "sdk/user.h"
@@ -17,6 +25,8 @@ namespace {
 
 using namespace std::string_literals;
 using namespace KIVO::Test;
+using KIVO::Appliance::FileDescriptor;
+using KIVO::Appliance::IsSettled;
 
 constexpr char kUsersFile[] = "/etc/kivo/users.json";
 
@@ -71,6 +81,37 @@ TEST(Users, AFileThatIsBeingRewrittenKeepsItsUsers) {
     EXPECT_EQ(UidOf("alice"), -1);
 }
 
+TEST(Users, AFileThatStaysBrokenSignsEverybodyOut) {
+    const ApplianceRoot root;
+    root.WriteUsers({{.name = "alice"}});
+    EXPECT_EQ(UidOf("alice"), 1026);
+    LogLines().clear();
+    root.Write(kUsersFile, "{\"users\": {\"ali");
+    EXPECT_EQ(UidOf("alice"), 1026);
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(UidOf("alice") == -1 ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0) << "A process knows only the users that it has read itself.";
+    std::this_thread::sleep_for(std::chrono::seconds(4));
+    EXPECT_EQ(UidOf("alice"), -1);
+    EXPECT_EQ(UidOf("alice"), -1);
+    EXPECT_EQ(LogLines().size(), 2U);
+    root.WriteUsers({{.name = "alice"}});
+    EXPECT_EQ(UidOf("alice"), 1026);
+}
+
+TEST(FileIdentity, IsNotSettledWithinOneStepOfTheClock) {
+    const long long now = std::time(nullptr) * 1'000'000'000LL;
+    EXPECT_FALSE(IsSettled({.ctimeNanoseconds = now}));
+    EXPECT_FALSE(IsSettled({.ctimeNanoseconds = now - 1'000'000'000}))
+        << "The file system keeps whole seconds.";
+    EXPECT_TRUE(IsSettled({.ctimeNanoseconds = now - 900'000'000}));
+    EXPECT_TRUE(IsSettled({.ctimeNanoseconds = now - 3'000'000'000}));
+}
+
 TEST(Settings, StayInTheirFolder) {
     const ApplianceRoot root;
     root.WriteUserSettings("alice", "document");
@@ -93,8 +134,29 @@ TEST(Settings, StayInTheirFolder) {
 
 TEST(EventLog, LinesOfSeveralWritersNeverMix) {
     const ApplianceRoot root;
-    EXPECT_EQ(KIVOLogSet1(2, 1, 0x14600001, "alice", "", "", ""), -1) << "there is no folder";
-    root.Write("/var/log/kivo/events.jsonl", "");
+    const std::string path = root.Path("/var/log/kivo/events.jsonl");
+    const auto expectRefusal = [](const std::string& reason) {
+        LogLines().clear();
+        EXPECT_EQ(KIVOLogSet1(2, 1, 0x14600001, "alice", "", "", ""), -1) << reason;
+        ASSERT_EQ(LogLines().size(), 1U) << reason;
+        EXPECT_TRUE(LogLines()[0].text.ends_with(reason + ".")) << LogLines()[0].text;
+        EXPECT_NE(LogLines()[0].text.find("0x14600001"), std::string::npos) << LogLines()[0].text;
+    };
+    expectRefusal("No such file or directory");
+    root.Write("/var/log/kivo/other", "");
+    ASSERT_EQ(symlink("other", path.c_str()), 0);
+    expectRefusal("Too many levels of symbolic links");
+    std::filesystem::remove(path);
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    expectRefusal("No such device or address");
+    const FileDescriptor reader(open(path.c_str(), O_RDONLY | O_NONBLOCK));
+    expectRefusal("Invalid argument");
+    std::filesystem::remove(path);
+    {
+        const FileDescriptor file(open(root.Write("/var/log/kivo/events.jsonl", "").c_str(), O_RDONLY));
+        ASSERT_EQ(flock(file.Get(), LOCK_SH), 0);
+        expectRefusal("Resource temporarily unavailable");
+    }
     const std::string longText(3000, 'x');
     const auto write = [&] {
         for (int line = 0; line < 100; ++line) {
