@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sqlite3.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <array>
@@ -18,14 +19,18 @@
 #include "platform/kivocore/ApplianceRoot.h"
 #include "platform/kivocore/ErrorState.h"
 #include "platform/kivocore/FileContent.h"
+#include "platform/kivocore/FileDescriptor.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using KIVO::Appliance::FileDescriptor;
 using KIVO::Appliance::FileIdentity;
 using KIVO::Appliance::IdentifyFile;
 
 constexpr std::chrono::milliseconds kBusyTimeout = 5s;
+/// How long one waits whose turn it is not. Beside a writer of short transactions that is long.
+constexpr std::chrono::milliseconds kShortWait = 200ms;
 constexpr std::chrono::milliseconds kBusyPause = 1ms;
 
 /// SQLite sorts in memory what fits into its page cache, and the rest by way of files.
@@ -33,12 +38,60 @@ constexpr char kCacheSize[] = "PRAGMA cache_size = -65536";  // KiB: 50,000 rows
 /// Of the pages that a connection keeps between two requests, in bytes. They are those of small lists.
 constexpr int kMostKeptPages = 8 << 20;
 
-/// Called by SQLite at each try for a lock that another has. Its own handler soon asks ten times a second
-/// only, and beside a writer that commits row after row it may miss every moment between two rows until the
-/// time is up.
-int WaitForLock(void*, int tries) {
-    std::this_thread::sleep_for(kBusyPause);
-    return tries < kBusyTimeout / kBusyPause ? 1 : 0;
+/// The wait for a lock that another has. Of all processes one at a time waits for long, so that one writer
+/// does not keep everybody from reading, which needs no lock.
+class Wait {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// Called by SQLite at each try. Its own handler soon asks ten times a second only, and beside a writer
+    /// that commits row after row it may miss every moment between two rows until the time is up.
+    bool GoOn(bool isFirst) {
+        const auto now = Clock::now();
+        if (isFirst) {
+            m_start = now;
+        }
+        if (now - m_start > kBusyTimeout) {
+            m_lastFailure = now;
+            return false;
+        }
+        if (now - m_start > kShortWait && !TakeTurn(now)) {
+            return false;
+        }
+        std::this_thread::sleep_for(kBusyPause);
+        return true;
+    }
+
+    void End() { m_turn.Close(); }
+
+private:
+    /// Nobody has two turns in a row when the first was in vain: others ask this process for other things.
+    bool TakeTurn(Clock::time_point now) {
+        if (m_turn.IsOpen()) {
+            return true;
+        }
+        if (m_lastFailure && now - *m_lastFailure < kBusyTimeout) {
+            return false;
+        }
+        const std::string path = KIVO::Appliance::Rooted(KIVO::Appliance::kDatabasePath);
+        FileDescriptor folder(
+            open(path.substr(0, path.rfind('/')).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (flock(folder.Get(), LOCK_EX | LOCK_NB) != 0) {
+            return false;
+        }
+        m_turn = std::move(folder);
+        return true;
+    }
+
+    Clock::time_point m_start;
+    std::optional<Clock::time_point> m_lastFailure;
+    FileDescriptor m_turn{-1};  // the database's folder, locked
+};
+
+thread_local Wait t_wait;
+
+int WaitForLock(void*, int tries) try { return t_wait.GoOn(tries == 0) ? 1 : 0; } catch (...) {
+    return 0;
 }
 
 int Execute(sqlite3* handle, const char* sql) { return sqlite3_exec(handle, sql, nullptr, nullptr, nullptr); }
@@ -102,6 +155,7 @@ int OpenNew(const std::string& path, sqlite3** handle) {
     if (result == SQLITE_OK) {
         result = Execute(*handle, kCacheSize);
     }
+    t_wait.End();
     if (result != SQLITE_OK) {
         sqlite3_close(std::exchange(*handle, nullptr));
     }
@@ -343,7 +397,9 @@ int nexnotifyDbOpen(sqlite3** db) try {
 }
 
 int nexnotifyDbRunSql(sqlite3* db, const char* sql, int (*callback)(void*, int, char**, char**), void* arg) {
-    return sqlite3_exec(db, sql, callback, arg, nullptr);
+    const int result = sqlite3_exec(db, sql, callback, arg, nullptr);
+    t_wait.End();
+    return result;
 }
 
 void nexnotifyDbClose(sqlite3* db) {

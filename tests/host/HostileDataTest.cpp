@@ -1,5 +1,6 @@
 #include <json/writer.h>
 #include <sched.h>
+#include <sqlite3.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -241,6 +242,34 @@ TEST_F(HostileDataTest, FullAndReadOnlyDisksHaveTheirAnswer) {
 
     m_host.reset();
     EXPECT_FALSE(std::filesystem::exists(m_root.Path(kDatabase) + "-wal")) << "A host leaves none behind.";
+}
+
+TEST_F(HostileDataTest, AWriterThatDoesNotEndKeepsNobodyFromReading) {
+    m_host.reset();
+    Serve({"--workers", "2", "--module", MODULE});
+    sqlite3* writer = nullptr;
+    sqlite3_open(m_root.Path(kDatabase).c_str(), &writer);
+    const auto begin = [&] {
+        ASSERT_EQ(sqlite3_exec(writer, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    };
+    begin();
+    std::vector<std::jthread> clients;
+    clients.emplace_back([this] { EXPECT_EQ(Summary(Envelope(kApply)), "null"); });
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    EXPECT_EQ(Summary(Envelope(kLoad)), "1");
+    sqlite3_exec(writer, "ROLLBACK", nullptr, nullptr, nullptr);
+    clients.clear();
+    EXPECT_EQ(Summary(Envelope(kLoad)), "0");
+
+    begin();
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 12; ++i) {
+        clients.emplace_back([this] { EXPECT_EQ(Summary(Envelope(kApply)), "117"); });
+    }
+    EXPECT_EQ(Summary(Envelope(kLoad)), "0");
+    clients.clear();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(12)) << "One waits, for 5 s.";
+    sqlite3_close(writer);
 }
 
 TEST_F(HostileDataTest, NamesOfAnyKindAreJustNames) {

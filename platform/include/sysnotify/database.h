@@ -8,8 +8,9 @@ extern "C" {
 
 /// Opens the notification database that is at its path now, which must exist, and stores its handle in `*db`:
 /// null when it fails. The caller hands the handle to nexnotifyDbClose in either case, in the same process.
-/// Statements wait up to 5 s for another writer. 0 on success. Safe on any thread, as is nexnotifyDbClose; a
-/// handle is for one thread at a time.
+/// Statements wait up to 5 s for another writer; but 200 ms while another process waits, or when this one has
+/// just waited in vain. 0 on success. Safe on any thread, as is nexnotifyDbClose; a handle is for one thread
+/// at a time.
 KIVO_PUBLIC int nexnotifyDbOpen(sqlite3** db);
 
 /// Runs the SQL text and calls `callback`, unless null, once a result row with `arg`, the column count, the
