@@ -5,6 +5,7 @@
 #include <json/writer.h>
 
 #include <memory>
+#include <string_view>
 
 namespace KIVO::Appliance {
 
@@ -17,11 +18,77 @@ Json::CharReaderBuilder MakeReaderBuilder() {
     return builder;
 }
 
-Json::StreamWriterBuilder MakeWriterBuilder(bool emitUtf8) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = emitUtf8;
-    return builder;
+/// As JSON allows them, with no character escaped that need not be.
+void AppendQuoted(std::string& text, std::string_view value) {
+    constexpr std::string_view kEscaped = "\b\f\n\r\t\"\\";
+    constexpr std::string_view kLetters = "bfnrt\"\\";
+    text += '"';
+    std::size_t written = 0;
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        const char character = value[i];
+        const bool isControl = static_cast<unsigned char>(character) < ' ';
+        if (!isControl && character != '"' && character != '\\') {
+            continue;
+        }
+        text += value.substr(written, i - written);
+        written = i + 1;
+        text += '\\';
+        if (const std::size_t kind = kEscaped.find(character); kind != kEscaped.npos) {
+            text += kLetters[kind];
+        } else {
+            text += {'u', '0', '0', character < 0x10 ? '0' : '1', "0123456789abcdef"[character & 0xf]};
+        }
+    }
+    text += value.substr(written);
+    text += '"';
+}
+
+/// The library's own writers copy every member's name, and write through a stream: they take thrice as long.
+void Append(std::string& text, const Json::Value& value) {
+    switch (value.type()) {
+        case Json::nullValue:
+            text += "null";
+            break;
+        case Json::booleanValue:
+            text += value.asBool() ? "true" : "false";
+            break;
+        case Json::intValue:
+            text += std::to_string(value.asLargestInt());
+            break;
+        case Json::uintValue:
+            text += std::to_string(value.asLargestUInt());
+            break;
+        case Json::realValue:
+            text += Json::valueToString(value.asDouble());
+            break;
+        case Json::stringValue: {
+            const char* begin = nullptr;
+            const char* end = nullptr;
+            value.getString(&begin, &end);
+            AppendQuoted(text, {begin, end});
+            break;
+        }
+        case Json::arrayValue:
+            text += '[';
+            for (Json::ArrayIndex i = 0; i < value.size(); ++i) {
+                text += i > 0 ? "," : "";
+                Append(text, value[i]);
+            }
+            text += ']';
+            break;
+        case Json::objectValue:
+            text += '{';
+            for (auto member = value.begin(); member != value.end(); ++member) {
+                text += member != value.begin() ? "," : "";
+                const char* end = nullptr;
+                const char* begin = member.memberName(&end);
+                AppendQuoted(text, {begin, end});
+                text += ':';
+                Append(text, *member);
+            }
+            text += '}';
+            break;
+    }
 }
 
 /// The first finding of the library's report, "* Line 1, Column 2\n  Missing …\n…", on one line.
@@ -39,6 +106,17 @@ std::string FirstFinding(const std::string& report) {
 
 bool IsUtf8(const std::string& text) {
     return g_utf8_validate_len(text.data(), text.size(), nullptr) != FALSE;
+}
+
+/// The text with each byte that is not UTF-8 replaced by U+FFFD.
+std::string MakeUtf8(std::string_view text) {
+    std::string valid;
+    const char* end = nullptr;
+    while (g_utf8_validate_len(text.data(), text.size(), &end) == FALSE) {
+        valid.append(text.data(), end).append("\xef\xbf\xbd");
+        text.remove_prefix(static_cast<std::size_t>(end - text.data()) + 1);
+    }
+    return valid.append(text);
 }
 
 bool Parse(const std::string& text, Json::Value& value, std::string& error) {
@@ -78,14 +156,9 @@ bool ParseJson(const std::string& text, Json::Value& value, std::string* error) 
 }
 
 std::string WriteJson(const Json::Value& value) {
-    static const Json::StreamWriterBuilder utf8Builder = MakeWriterBuilder(true);
-    static const Json::StreamWriterBuilder asciiBuilder = MakeWriterBuilder(false);
-    std::string text = Json::writeString(utf8Builder, value);
-    // The library copies a string's bytes as they are; only when it escapes does it notice what is not UTF-8.
-    if (!IsUtf8(text)) {
-        text = Json::writeString(asciiBuilder, value);
-    }
-    return text;
+    std::string text;
+    Append(text, value);
+    return IsUtf8(text) ? text : MakeUtf8(text);
 }
 
 std::optional<int> AsInt(const Json::Value& value) {

@@ -15,7 +15,7 @@ namespace KIVO::Appliance {
 /// it). False, with one sentence in `*error` unless null, when it is not.
 KIVO_PUBLIC bool ParseJson(const std::string& text, Json::Value& value, std::string* error = nullptr);
 
-/// The value on one line, in UTF-8; where a string of it is not UTF-8, with every such character replaced.
+/// The value on one line, in UTF-8; each byte of a string that is not UTF-8 becomes U+FFFD.
 KIVO_PUBLIC std::string WriteJson(const Json::Value& value);
 
 /// The value of a number that was written as an integer and fits an int; nothing for every other value.

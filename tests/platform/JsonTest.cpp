@@ -30,11 +30,25 @@ TEST(Json, AcceptsOneValueAndNothingElse) {
 }
 
 TEST(Json, WritesUtf8OnOneLineWhateverTheStringsHold) {
-    EXPECT_EQ(WriteJson("caf\xc3\xa9\n\"\0"s), "\"caf\xc3\xa9\\n\\\"\\u0000\"");
-    for (const char* bytes : {"caf\xe9", "\xff", "cut \xc3", "\xed\xa0\x80"}) {
-        Json::Value back;
-        ASSERT_TRUE(ParseJson(WriteJson(bytes), back)) << WriteJson(bytes);
-        EXPECT_NE(back.asString().find("\xef\xbf\xbd"), std::string::npos);
+    Json::Value value;
+    value["\n"] = "caf\xc3\xa9\x01\x1f\x7f \b\f\n\r\t\"\\/\0"s;
+    value["a"].append(Json::Value());
+    value["a"].append(true);
+    value["n"].append(Json::Int64{-9223372036854775807});
+    value["n"].append(Json::UInt64{18446744073709551615U});
+    value["n"].append(0.1);
+    value["n"].append(2.0);
+    value["o"] = Json::objectValue;
+    EXPECT_EQ(WriteJson(value),
+              "{\"\\n\":\"caf\xc3\xa9\\u0001\\u001f\x7f \\b\\f\\n\\r\\t\\\"\\\\/\\u0000\",\"a\":[null,true],"
+              "\"n\":[-9223372036854775807,18446744073709551615,0.10000000000000001,2.0],\"o\":{}}");
+    for (const auto& [bytes, written] : {
+             std::pair("caf\xe9!", "\"caf\xef\xbf\xbd!\""),
+             {"cut \xc3", "\"cut \xef\xbf\xbd\""},
+             {"\xf4\xbf\xbf\xbf", "\"\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\""},
+             {"\xc0\xaf", "\"\xef\xbf\xbd\xef\xbf\xbd\""},
+         }) {
+        EXPECT_EQ(WriteJson(bytes), written);
     }
 }
 

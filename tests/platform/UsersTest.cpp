@@ -167,7 +167,8 @@ TEST(EventLog, LinesOfSeveralWritersNeverMix) {
     write();
     other.join();
     const std::string entry = "{\"args\":[\"" + longText +
-                              R"(","","\ufffd\n",""],"category":2,"event":"0x14600001","level":1,"time":)";
+                              "\",\"\",\"\xef\xbf\xbd\\n\",\"\"],\"category\":2,\"event\":\"0x14600001\","
+                              "\"level\":1,\"time\":";
     std::istringstream lines(root.Read("/var/log/kivo/events.jsonl").value());
     int count = 0;
     for (std::string line; std::getline(lines, line); ++count) {
