@@ -10,6 +10,7 @@
 
 #include "bench/Requests.h"
 #include "platform/kivocore/Json.h"
+#include "webapi/WebAPIUtil.h"
 
 namespace KIVO::Bench {
 
@@ -23,8 +24,7 @@ struct Category {
 };
 
 std::vector<Category> ReadCategories(const std::string& answer) {
-    Json::Value parsed;
-    Appliance::ParseJson(answer, parsed);
+    const Json::Value parsed = WebAPIUtil::ParseJson(answer);
     std::vector<Category> categories;
     for (const Json::Value& row : parsed["items"]) {
         categories.push_back({row["category"].asString(), row["category_enu"].asString(),

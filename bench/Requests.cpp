@@ -9,6 +9,7 @@
 #include "platform/kivocore/Users.h"
 #include "webapi/APIRequest.h"
 #include "webapi/APIResponse.h"
+#include "webapi/WebAPIUtil.h"
 
 namespace KIVO::Bench {
 
@@ -45,9 +46,10 @@ void UseAppliance(std::int64_t tags, std::int64_t rows) {
 }
 
 Request::Request(const char* address, const std::string& parameters, std::string user, std::string language)
-    : m_method(TheModule().Find(address)), m_user(std::move(user)), m_language(std::move(language)) {
-    Appliance::ParseJson(parameters, m_parameters);
-}
+    : m_method(TheModule().Find(address)),
+      m_parameters(WebAPIUtil::ParseJson(parameters)),
+      m_user(std::move(user)),
+      m_language(std::move(language)) {}
 
 std::string Request::Ask() const {
     APIRequest request(m_parameters, m_user, m_language, false);

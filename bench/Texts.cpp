@@ -15,6 +15,7 @@
 #include "notify/StringList.h"
 #include "platform/kivocore/ApplianceRoot.h"
 #include "platform/kivocore/Json.h"
+#include "webapi/WebAPIUtil.h"
 
 namespace KIVO::Bench {
 
@@ -28,8 +29,7 @@ struct Text {
 };
 
 std::vector<Text> ReadTexts(const std::string& answer) {
-    Json::Value parsed;
-    Appliance::ParseJson(answer, parsed);
+    const Json::Value parsed = WebAPIUtil::ParseJson(answer);
     std::vector<Text> texts;
     for (auto entry = parsed.begin(); entry != parsed.end(); ++entry) {
         texts.push_back({entry.name(), (*entry)["msg"].asString(), (*entry)["level"].asString(),

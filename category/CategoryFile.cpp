@@ -16,10 +16,10 @@ std::string Notify::GetNotifyCategoryFile(const std::string& language) {
         return path;
     }
     IF_RUN_AS2("root", SourceLines::kGenerateCategoryFileAsRoot) {
-        KLIBCExec(Paths::NotificationTool().c_str(), "--gen_category_file", language.c_str(), nullptr,
-                  nullptr);
+        // Whether the tool did its work is seen by the file alone.
+        static_cast<void>(KLIBCExec(Paths::NotificationTool().c_str(), "--gen_category_file",
+                                    language.c_str(), nullptr, nullptr));
     }
-    // Whether the tool did its work is seen by the file alone.
     if (!KLIBCFileExist(path.c_str())) {
         LOG_FAILURE_AT(SourceLines::kCategoryFileNotFound, "%s not found.", path.c_str());
     }

@@ -149,7 +149,8 @@ Json::Value Notify::GetNotifyCategorySettings() const {
 
 void Notify::UpdateNotifyCategorySettingsFromUserSetting(Json::Value& categories) const {
     Json::Value document;
-    KivoSettings(m_userName).loadUserJsonSettings(document);
+    // One that cannot be loaded is like one without choices.
+    static_cast<void>(KivoSettings(m_userName).loadUserJsonSettings(document));
     const Json::Value* application = Member(document, kSettingsApplication);
     const Json::Value* storedChoices =
         application != nullptr ? Member(*application, kStoredChoices) : nullptr;

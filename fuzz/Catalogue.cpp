@@ -11,6 +11,7 @@
 #include "notify/NotifyString.h"
 #include "notify/StringList.h"
 #include "platform/notification_utils/GenerateCategoryFile.h"
+#include "webapi/WebAPIUtil.h"
 
 namespace {
 
@@ -30,8 +31,8 @@ std::string Found(int result, const NString& record) {
 /// The category file's number of events, -1 without the file.
 int CategoryFileSize() try {
     GenerateCategoryFile("enu");
-    Json::Value document;
-    KIVO::Appliance::ParseJson(*Root().Read("/var/cache/texts/enu/notification_category"), document);
+    const Json::Value document =
+        KIVO::WebAPIUtil::ParseJson(*Root().Read("/var/cache/texts/enu/notification_category"));
     Expect("array of events", document["All"].isArray());
     return static_cast<int>(document["All"].size());
 } catch (const std::runtime_error&) {

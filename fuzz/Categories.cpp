@@ -9,6 +9,7 @@
 #include "fuzz/Support.h"
 #include "module/JsonFile.h"
 #include "module/NEXNotifyAPI.h"
+#include "webapi/WebAPIUtil.h"
 
 namespace {
 
@@ -76,8 +77,8 @@ void KIVO::Fuzz::Try(const std::string& input) {
     std::string expected = Text(APIResponse());
     std::string expectedLog = "Fatal Error: ";
     try {
-        Json::Value english, translated, settings;
-        Appliance::ParseJson(texts[2], settings);
+        const Json::Value settings = WebAPIUtil::ParseJson(texts[2]);
+        Json::Value english, translated;
         const bool isParsed = NEXNotify::ParseJsonText(texts[0], english) &&
                               NEXNotify::ParseJsonText(texts[isEnglish ? 0 : 1], translated);
         expected = Success(isParsed ? PlainAnswer(english, translated, settings, isAdmin) : Json::arrayValue);

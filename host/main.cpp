@@ -18,6 +18,7 @@
 #include "host/Serve.h"
 #include "platform/kivocore/Json.h"
 #include "platform/kivocore/Users.h"
+#include "webapi/WebAPIUtil.h"
 
 namespace {
 
@@ -52,7 +53,7 @@ int Call(const Module& module, const Caller& caller, const std::string& address,
     writer["indentation"] = "  ";
     writer["emitUTF8"] = true;
     // Written and read once more, the envelope is sure to be UTF-8.
-    KIVO::Appliance::ParseJson(KIVO::Appliance::WriteJson(envelope), envelope);
+    envelope = KIVO::WebAPIUtil::ParseJson(KIVO::Appliance::WriteJson(envelope));
     std::cout << Json::writeString(writer, envelope) << std::endl;
     return envelope["success"].asBool() ? EXIT_SUCCESS : kErrorAnswer;
 }

@@ -45,7 +45,8 @@ int Notify::ExecuteApply() {
     }
     // The notifications are gone: a failure to note it does not undo that, so it is no failure of the
     // request.
-    KIVOLogSet1(kEventCategory, kEventLevel, kEventNotificationsDeleted, m_userName.c_str(), "", "", "");
+    static_cast<void>(
+        KIVOLogSet1(kEventCategory, kEventLevel, kEventNotificationsDeleted, m_userName.c_str(), "", "", ""));
     return kSuccess;
 }
 

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <cassert>
 
 namespace KIVO::Appliance {
 
@@ -21,7 +22,10 @@ std::string Root() {
     return root;
 }
 
-std::string Rooted(std::string_view absolutePath) { return Root().append(absolutePath); }
+std::string Rooted(std::string_view absolutePath) {
+    assert(absolutePath.starts_with('/'));
+    return Root().append(absolutePath);
+}
 
 bool IsLanguage(std::string_view code) {
     return code.size() == kLanguageLength &&

@@ -37,8 +37,8 @@ struct Catalogue {
 
 /// The catalogue at the path or behind the open descriptor, parsed at most once as long as the file stays the
 /// same. Null when it cannot be read or is no key file. Safe on any thread.
-KIVO_PUBLIC std::shared_ptr<const Catalogue> LoadCatalogue(const std::string& path);
-KIVO_PUBLIC std::shared_ptr<const Catalogue> LoadCatalogue(int descriptor);
+[[nodiscard]] KIVO_PUBLIC std::shared_ptr<const Catalogue> LoadCatalogue(const std::string& path);
+[[nodiscard]] KIVO_PUBLIC std::shared_ptr<const Catalogue> LoadCatalogue(int descriptor);
 
 /// The codes of the languages that have a catalogue in the text cache, sorted.
 KIVO_PUBLIC std::vector<std::string> InstalledLanguages();

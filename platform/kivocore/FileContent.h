@@ -25,8 +25,8 @@ struct FileIdentity {
 
 /// The identity of the regular file at the path or behind the descriptor; nothing, with errno set, when there
 /// is none (EISDIR and the like for something else than a file).
-KIVO_PUBLIC std::optional<FileIdentity> IdentifyFile(const std::string& path);
-KIVO_PUBLIC std::optional<FileIdentity> IdentifyFile(int descriptor);
+[[nodiscard]] KIVO_PUBLIC std::optional<FileIdentity> IdentifyFile(const std::string& path);
+[[nodiscard]] KIVO_PUBLIC std::optional<FileIdentity> IdentifyFile(int descriptor);
 
 /// False while the file was changed so lately that a further change may leave its identity as it is: the
 /// clock of a file's times moves in steps, of a whole second on some file systems. Content read then is not
@@ -35,7 +35,7 @@ KIVO_PUBLIC bool IsSettled(const FileIdentity& identity);
 
 /// The whole content of the regular file at the path or behind the descriptor (whose position neither matters
 /// nor moves); nothing, with errno set, when it cannot be read.
-KIVO_PUBLIC std::optional<std::string> ReadFile(const std::string& path);
-KIVO_PUBLIC std::optional<std::string> ReadFile(int descriptor);
+[[nodiscard]] KIVO_PUBLIC std::optional<std::string> ReadFile(const std::string& path);
+[[nodiscard]] KIVO_PUBLIC std::optional<std::string> ReadFile(int descriptor);
 
 }  // namespace KIVO::Appliance

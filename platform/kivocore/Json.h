@@ -13,7 +13,8 @@ namespace KIVO::Appliance {
 
 /// Parses a text that is exactly one JSON value (UTF-8, no comments, no repeated member names, nothing after
 /// it). False, with one sentence in `*error` unless null, when it is not.
-KIVO_PUBLIC bool ParseJson(const std::string& text, Json::Value& value, std::string* error = nullptr);
+[[nodiscard]] KIVO_PUBLIC bool ParseJson(const std::string& text, Json::Value& value,
+                                         std::string* error = nullptr);
 
 /// The value on one line, in UTF-8; each byte of a string that is not UTF-8 becomes U+FFFD.
 KIVO_PUBLIC std::string WriteJson(const Json::Value& value);

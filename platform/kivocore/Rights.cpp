@@ -1,11 +1,14 @@
 #include "kivocore/rights.h"
 
+#include <cassert>
+
 #include "platform/kivocore/ErrorState.h"
 #include "platform/kivocore/Users.h"
 
 using KIVO::Appliance::LoadUsers;
 
-int KLIBGroupIsAdminGroupMem(const char* userName, int /*flags*/) try {
+int KLIBGroupIsAdminGroupMem(const char* userName, [[maybe_unused]] int flags) try {
+    assert(flags == 0);
     if (userName == nullptr) {
         SET_LAST_ERROR(BadParameter);
         return 0;

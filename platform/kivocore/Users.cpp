@@ -4,6 +4,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cassert>
 #include <chrono>
 #include <mutex>
 #include <optional>
@@ -180,7 +181,10 @@ std::shared_ptr<const Users> LoadUsers() {
     return t_snapshot ? t_snapshot : cache.Load();
 }
 
-UsersSnapshot::UsersSnapshot() { t_snapshot = LoadUsers(); }
+UsersSnapshot::UsersSnapshot() {
+    assert(!t_snapshot);
+    t_snapshot = LoadUsers();
+}
 
 UsersSnapshot::~UsersSnapshot() { t_snapshot.reset(); }
 

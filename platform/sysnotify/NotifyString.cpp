@@ -1,3 +1,4 @@
+#include <cassert>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -88,6 +89,7 @@ int KIVONotifyStringGetByFp(FILE* file, const char* tag, NString* record) {
     return LookUp(file, tag, record);
 }
 
-int KIVONotifyStringGetByPath(const char* path, const char* tag, NString* record, int /*flag*/) {
+int KIVONotifyStringGetByPath(const char* path, const char* tag, NString* record, [[maybe_unused]] int flag) {
+    assert(flag == 1);
     return LookUp(path, tag, record);
 }

@@ -6,8 +6,7 @@ namespace KIVO {
 
 Json::Value WebAPIUtil::ParseJson(const std::string& text) {
     Json::Value value;
-    Appliance::ParseJson(text, value);
-    return value;
+    return Appliance::ParseJson(text, value) ? value : Json::Value();
 }
 
 }  // namespace KIVO

@@ -18,7 +18,7 @@ constexpr std::size_t kSmaller = 16;  // The sanitizer makes everything slower a
 constexpr std::size_t kSmaller = 1;
 #endif
 constexpr std::size_t kMebibyte = 1024UL * 1024;
-constexpr std::size_t kTagCount = 50 * 1024 / kSmaller;
+constexpr std::size_t kTagCount = 50UL * 1024 / kSmaller;
 
 constexpr char kLoad[] = R"({"action":"load","limit":9})";
 constexpr char kCategories[] = R"({"action":"loadHaveNtAppList"})";
@@ -52,8 +52,6 @@ protected:
         m_canMount = isApart && mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
     }
 
-    ~HostileDataTest() override { Unmount(); }
-
     void SetUp() override {
         if (geteuid() != 0) {
             GTEST_SKIP() << "The module needs uid 0, or a user namespace.";
@@ -61,6 +59,8 @@ protected:
         MakeHealthy();
         Serve({"--workers", "1", "--module", MODULE});
     }
+
+    void TearDown() override { Unmount(); }
 
     void MakeHealthy() {
         for (const char* folder : {"/var", "/etc", "/usr"}) {
@@ -181,7 +181,7 @@ TEST_F(HostileDataTest, LargeOrBrokenFilesHaveTheirAnswer) {
              }
              WriteCatalogues(catalogue);
          }},
-        {"settings of 20 MiB", "1, 1 off, 1, 1, null", [&] { ChooseOff("alice", 20 * 1024 / kSmaller); }},
+        {"settings of 20 MiB", "1, 1 off, 1, 1, null", [&] { ChooseOff("alice", 20UL * 1024 / kSmaller); }},
         {"no database", "117, 1 on, 1, 1, 117", [&] { m_root.Write(kDatabase, std::string(9999, 'x')); }},
         {"an empty database", "0, 1 on, 1, 1, 117", [&] { m_root.Write(kDatabase, ""); }},
         {"a table missing", "0, 1 on, 1, 1, 117", [&] { m_root.Query("DROP TABLE nexnotify"); }},

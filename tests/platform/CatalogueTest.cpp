@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "sysnotify/nstring.h"
 #include "tests/support/ApplianceRoot.h"
@@ -23,7 +23,8 @@ class CatalogueTest : public testing::Test {
 protected:
     /// The message that a lookup of the tag A leaves in the record.
     std::string LookUp() {
-        KIVONotifyStringGetByPath(m_root.Path(kMails).c_str(), "A", m_record.get(), 1);
+        const int result = KIVONotifyStringGetByPath(m_root.Path(kMails).c_str(), "A", m_record.get(), 1);
+        EXPECT_EQ(result == 0, m_record->messageText != nullptr);
         return m_record->messageText != nullptr ? m_record->messageText : "";
     }
 
@@ -95,15 +96,15 @@ TEST_F(CatalogueTest, AReadBesideAWriterIsNotKept) {
 }
 
 TEST_F(CatalogueTest, AnUnchangedFileIsParsedOnceAndNotKeptForEver) {
-    std::vector<std::string> paths;
-    for (int index = 0; index < 40; ++index) {
-        paths.push_back(m_root.Write("/catalogue" + std::to_string(index), "[A]\n"));
+    std::array<std::string, 40> paths;
+    for (std::size_t index = 0; index < paths.size(); ++index) {
+        paths[index] = m_root.Write("/catalogue" + std::to_string(index), "[A]\n");
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     const auto first = LoadCatalogue(paths[0]);
     EXPECT_EQ(LoadCatalogue(paths[0]), first);
     for (const std::string& path : paths) {
-        LoadCatalogue(path);
+        EXPECT_NE(LoadCatalogue(path), nullptr);
     }
     EXPECT_NE(LoadCatalogue(paths[0]), first);
 }

@@ -32,8 +32,7 @@ constexpr char kUsersFile[] = "/etc/kivo/users.json";
 
 int UidOf(const char* userName) {
     int uid = -1;
-    KIVOUserGetUGID(userName, &uid, nullptr);
-    return uid;
+    return KIVOUserGetUGID(userName, &uid, nullptr) == 0 ? uid : -1;
 }
 
 TEST(Users, AMalformedEntryIsLeftOutAndLoggedOnce) {

@@ -8,7 +8,7 @@ extern "C" {
 /// its end. The program inherits the environment and the standard streams, no other descriptor, and runs with
 /// the caller's effective ids as its real ones. Its exit status, or -1 when it could not be started or was
 /// killed.
-KIVO_PUBLIC int KLIBCExec(const char* path, const char* arg1, const char* arg2, const char* arg3,
-                          const char* arg4);
+[[nodiscard]] KIVO_PUBLIC int KLIBCExec(const char* path, const char* arg1, const char* arg2,
+                                        const char* arg3, const char* arg4);
 
 }  // extern "C"

@@ -6,12 +6,12 @@
 extern "C" {
 
 /// Non-zero when something exists at the path, or the caller may not look whether it does.
-KIVO_PUBLIC int KLIBCFileExist(const char* path);
+[[nodiscard]] KIVO_PUBLIC int KLIBCFileExist(const char* path);
 
 /// Appends the section names of the sectioned text file at the path to the list, in the file's order,
 /// replacing
 /// `*list` when it must grow. The number of sections; 0 when there are none; -1 when the file cannot be read,
 /// is no sectioned text file, or memory is short.
-KIVO_PUBLIC int KLIBCFileEnumSection(const char* path, KLIBCSzList** list);
+[[nodiscard]] KIVO_PUBLIC int KLIBCFileEnumSection(const char* path, KLIBCSzList** list);
 
 }  // extern "C"

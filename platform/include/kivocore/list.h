@@ -10,11 +10,11 @@ extern "C" {
 
 /// A new, empty list with room for `capacity` strings before it first grows, or null when memory is short.
 /// The caller releases it with KLIBCSzListFree.
-KIVO_PUBLIC KLIBCSzList* KLIBCSzListAlloc(int capacity);
+[[nodiscard]] KIVO_PUBLIC KLIBCSzList* KLIBCSzListAlloc(int capacity);
 
 /// Appends a copy of `text`, replacing `*list` when it must grow. 0, or -1 when memory is short: the list is
 /// then as before.
-KIVO_PUBLIC int KLIBCSzListPush(KLIBCSzList** list, const char* text);
+[[nodiscard]] KIVO_PUBLIC int KLIBCSzListPush(KLIBCSzList** list, const char* text);
 
 /// The number of strings.
 KIVO_PUBLIC int KLIBCSzListSize(const KLIBCSzList* list);

@@ -13,11 +13,11 @@ public:
 
     /// Fills `settings` with the user's stored document. False, and `settings` unchanged, when there is none
     /// that can be read.
-    bool loadUserJsonSettings(Json::Value& settings);
+    [[nodiscard]] bool loadUserJsonSettings(Json::Value& settings);
 
     /// Stores the time of the last change to the group's settings, in seconds since 1970. False, and `mtime`
     /// unchanged, when the group has none.
-    bool getGrpJsonSettingMtime(const char* groupName, unsigned long long& mtime);
+    [[nodiscard]] bool getGrpJsonSettingMtime(const char* groupName, unsigned long long& mtime);
 
 private:
     std::string m_userName;

@@ -23,7 +23,7 @@ static_assert(offsetof(NString, mailText) == 64 && sizeof(NString) == 72);
 extern "C" {
 
 /// A new, empty record, or null when memory is short. The caller releases it with KIVONotifyStringFree.
-KIVO_PUBLIC NString* KIVONotifyStringNew(void);
+[[nodiscard]] KIVO_PUBLIC NString* KIVONotifyStringNew(void);
 
 /// Releases the record.
 KIVO_PUBLIC void KIVONotifyStringFree(NString* record);
@@ -32,9 +32,10 @@ KIVO_PUBLIC void KIVONotifyStringFree(NString* record);
 /// stands; the position is the end afterwards. Further lookups with the record find the catalogue of the
 /// first, until the position is moved: a record is not to outlive the stream that it looks in. 0 when found;
 /// otherwise the record is empty afterwards.
-KIVO_PUBLIC int KIVONotifyStringGetByFp(FILE* file, const char* tag, NString* record);
+[[nodiscard]] KIVO_PUBLIC int KIVONotifyStringGetByFp(FILE* file, const char* tag, NString* record);
 
 /// The same lookup in the catalogue at the path. `flag` is reserved and 1.
-KIVO_PUBLIC int KIVONotifyStringGetByPath(const char* path, const char* tag, NString* record, int flag);
+[[nodiscard]] KIVO_PUBLIC int KIVONotifyStringGetByPath(const char* path, const char* tag, NString* record,
+                                                        int flag);
 
 }  // extern "C"

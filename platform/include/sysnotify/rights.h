@@ -5,6 +5,6 @@
 extern "C" {
 
 /// 1 when the user may see notifications of this tag, 0 when not, -1 when the user is unknown.
-KIVO_PUBLIC int KIVOSysNotifyIsAllow(const char* userName, const char* tag);
+[[nodiscard]] KIVO_PUBLIC int KIVOSysNotifyIsAllow(const char* userName, const char* tag);
 
 }  // extern "C"
