@@ -222,7 +222,9 @@ TEST_F(HostileDataTest, FullAndReadOnlyDisksHaveTheirAnswer) {
     const auto fill = [this](const char* folder, const std::function<void()>& writeFirst) {
         ASSERT_EQ(mount("tmpfs", m_root.Path(folder).c_str(), "tmpfs", 0, "size=1m"), 0);
         writeFirst();
-        EXPECT_EQ(Summary(Envelope(kLoad)) + ", " + Summary(Envelope(kCategories)), "1, 1 on");
+        // In this order: making the category file closes the connection to the database.
+        EXPECT_EQ(Summary(Envelope(kCategories)), "1 on");
+        EXPECT_EQ(Summary(Envelope(kLoad)), "1");
         std::ofstream(m_root.Path(folder) + "/filler") << std::string(2 * kMebibyte, 'x');
     };
     const std::string almostAPage(4090, '\n');  // Of an entry a little would fit.
@@ -231,7 +233,8 @@ TEST_F(HostileDataTest, FullAndReadOnlyDisksHaveTheirAnswer) {
         {"a full disk of the event log", kHealthy,
          [&] { fill("/var/log/kivo", [&] { m_root.Write(kEvents, almostAPage); }); }, almostAPage},
     });
-    EXPECT_EQ(Summary(Envelope(kLoad)) + ", " + Summary(Envelope(kCategories)), "1, 1 on");
+    EXPECT_EQ(Summary(Envelope(kCategories)), "1 on");
+    EXPECT_EQ(Summary(Envelope(kLoad)), "1");
     const char* const root = m_root.Folder().c_str();
     ASSERT_EQ(mount(root, root, nullptr, MS_BIND, nullptr), 0);
     ASSERT_EQ(mount(root, root, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);

@@ -56,6 +56,7 @@ protected:
                     // From a free handler or the framework; the server answers then.
                 }
             });
+            ThePlatform().fails = nullptr;  // What it refers to has gone.
             CheckAftermath(answer);
         }
         std::cout << request.name << ": " << injected - 1 << " failures injected: " << what << "\n";
