@@ -22,6 +22,7 @@ constexpr char kDatabase[] = "/var/lib/kivo/nexnotify.db";
 class NotificationToolTest : public testing::Test {
 protected:
     NotificationToolTest() {
+        setenv("TOOL", NOTIFICATION_TOOL, 1);
         m_root.WriteUsers({{.name = "alice"}});
         m_root.WriteCatalogue("enu",
                               "[Z]\ngroup=Storage \xc3\xa9\nappid=KIVO.App.Backup\n[A]\nmessage=text\n");
@@ -29,8 +30,8 @@ protected:
 
     /// Runs the tool with arguments in the shell's notation. Whether it succeeded.
     bool Run(const std::string& arguments, const std::string& launcher = "") {
-        const std::string command = launcher + NOTIFICATION_TOOL " " + arguments + " >" +
-                                    m_root.Path("/output") + " 2>" + m_root.Path("/error");
+        const std::string command =
+            launcher + "\"$TOOL\" " + arguments + " >\"$KIVO_ROOT/output\" 2>\"$KIVO_ROOT/error\"";
         return std::system(command.c_str()) == 0;
     }
 
@@ -68,7 +69,7 @@ TEST_F(NotificationToolTest, AReaderNeverMeetsHalfAFile) {
     std::atomic<int> runs = 20;
     const auto generate = [&] {
         while (runs-- > 0) {
-            EXPECT_EQ(std::system(NOTIFICATION_TOOL " --gen_category_file enu"), 0);
+            EXPECT_EQ(std::system("\"$TOOL\" --gen_category_file enu"), 0);
         }
     };
     const std::jthread first(generate);
