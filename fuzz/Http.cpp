@@ -75,7 +75,9 @@ KIVO_PUBLIC ssize_t recv(int descriptor, void* buffer, std::size_t size, int fla
 void KIVO::Fuzz::Try(const std::string& input) {
     Root();
     static const Host::Module module("");  // this program
-    static const Host::Router router(module, {{"/", {"<p>page</p>", "text/html"}}}, {"h"});
+    static const Host::Page page = {{"/", {"<p>page</p>", "text/html"}}};
+    static Host::Activity activity;
+    static const Host::Router router(module, page, activity, {.hostNames = {"h"}});
     static const FileDescriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     // Unlike a port, such a name is free again at once.
     static sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};

@@ -2,12 +2,16 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <linux/capability.h>
 #include <pwd.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cassert>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
@@ -42,6 +46,26 @@ void Become(const Account& account) {
         setresuid(static_cast<uid_t>(-1), account.uid, static_cast<uid_t>(-1)) != 0) {
         throw std::runtime_error("The ids of the account " + account.name + " cannot be taken on (" +
                                  std::strerror(errno) + "): inside a user namespace use --account root.");
+    }
+}
+
+void LimitCapabilities() {
+    constexpr std::uint32_t kKept = 1U << CAP_SETUID | 1U << CAP_SETGID;
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
+        syslog(LOG_WARNING, "The processes could gain rights from a program: %s.", std::strerror(errno));
+    }
+    if (geteuid() != 0) {
+        return;
+    }
+    // The bounding set first: to change it is a capability too.
+    bool isBounded = true;
+    for (unsigned long i = 0; prctl(PR_CAPBSET_READ, i, 0, 0, 0) >= 0; ++i) {
+        isBounded &= i == CAP_SETUID || i == CAP_SETGID || prctl(PR_CAPBSET_DROP, i, 0, 0, 0) == 0;
+    }
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    const __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {{kKept, kKept, 0}, {}};
+    if (syscall(SYS_capset, &header, data) != 0 || !isBounded) {
+        syslog(LOG_WARNING, "The superuser's capabilities cannot all be given up: %s.", std::strerror(errno));
     }
 }
 

@@ -22,6 +22,10 @@ struct Account {
 /// a warning. Throws std::runtime_error with one sentence when the ids cannot be taken on.
 void Become(const Account& account);
 
+/// Takes from this process and its children, for good, every right of the superuser but to change ids, which
+/// the module needs, and that to gain rights from a program. Warns when that fails.
+void LimitCapabilities();
+
 /// The first folder on the way to and including `folder`, an absolute path, that this process's effective ids
 /// may not enter; nothing when it may enter them all.
 [[nodiscard]] std::optional<std::string> FirstClosedFolder(const std::string& folder);

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <microhttpd.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -21,6 +22,8 @@
 #include <string_view>
 #include <utility>
 
+#include "host/Memory.h"
+
 namespace KIVO::Host {
 
 namespace {
@@ -28,19 +31,20 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::size_t kConnectionMemory = 16UL * 1024;
-/// At this many connections a new one takes the place of the oldest, so that idle ones, which cost their
-/// owner nothing, keep nobody out; a higher limit alone would only be reached later.
-constexpr unsigned kConnectionLimit = 512;
-/// For those that are cut off and not yet closed: at its own limit the library would let newcomers wait.
-constexpr unsigned kSpareConnections = 64;
+/// Descriptors for connections that are cut off and not yet closed: at its own limit the library would let
+/// newcomers wait.
+constexpr unsigned kMostSpare = 64;
 constexpr std::chrono::seconds kIdleTimeout = 10s;
 /// For one request from its first byte to its answer's last, with the idle time before it: every byte starts
 /// the idle timeout anew, so that without this a sender could hold a connection for as long as it likes.
 constexpr std::chrono::seconds kRequestTime = 30s;
 constexpr std::chrono::seconds kDrainTime = 10s;
 
-/// The size that the request announces for its body; 0 when it has none or sends it in chunks.
-std::size_t AnnouncedBodySize(const HttpRequest& request) {
+/// The size that the request announces for its body; none for one that comes in chunks.
+std::optional<std::size_t> AnnouncedBodySize(const HttpRequest& request) {
+    if (!request.Header(MHD_HTTP_HEADER_TRANSFER_ENCODING).empty()) {
+        return std::nullopt;
+    }
     const std::string_view text = request.Header(MHD_HTTP_HEADER_CONTENT_LENGTH);
     std::size_t size = 0;
     std::from_chars(text.data(), text.data() + text.size(), size);
@@ -70,6 +74,13 @@ void ReadHeaders(MHD_Connection* connection, HttpRequest& request) {
         return MHD_YES;
     };
     MHD_get_connection_values_n(connection, MHD_HEADER_KIND, add, &request);
+}
+
+unsigned DescriptorsForConnections() {
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlim_t left = limit.rlim_cur - std::min<rlim_t>(kOtherDescriptors, limit.rlim_cur - 1);
+    return static_cast<unsigned>(std::min<rlim_t>(left, kDescriptorsForConnections));
 }
 
 struct Destroy {
@@ -125,9 +136,8 @@ public:
             MHD_USE_EPOLL, 0, nullptr, nullptr, &OnRequest, this, MHD_OPTION_LISTEN_SOCKET, listenSocket,
             MHD_OPTION_NOTIFY_CONNECTION, &OnConnection, this, MHD_OPTION_URI_LOG_CALLBACK, &OnRequestLine,
             this, MHD_OPTION_NOTIFY_COMPLETED, &OnCompleted, this, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-            kConnectionMemory, MHD_OPTION_CONNECTION_LIMIT, kConnectionLimit + kSpareConnections,
-            MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned>(kIdleTimeout.count()),
-            MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_END));
+            kConnectionMemory, MHD_OPTION_CONNECTION_LIMIT, m_mostDescriptors, MHD_OPTION_CONNECTION_TIMEOUT,
+            static_cast<unsigned>(kIdleTimeout.count()), MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_END));
         if (!m_daemon) {
             throw std::runtime_error("The HTTP server cannot start.");
         }
@@ -158,6 +168,9 @@ public:
             MHD_run(m_daemon.get());
             if (geteuid() != m_effectiveUid) {
                 throw std::runtime_error("The effective user id was not restored: this worker ends.");
+            }
+            if (std::exchange(m_hasAnswered, false)) {
+                m_memory.Trim();
             }
             // Here is often enough: each byte of a slow client comes by, and one of which none comes is idle.
             while (!m_connections.empty() && Clock::now() - m_connections.front().since > kRequestTime) {
@@ -195,7 +208,7 @@ private:
         } catch (const std::bad_alloc&) {
             shutdown(socket, SHUT_RDWR);
         }
-        if (server.m_connections.size() > kConnectionLimit) {
+        if (server.m_connections.size() > server.m_mostConnections) {
             server.CutOffOldest();
         }
     }
@@ -207,6 +220,7 @@ private:
     static void OnCompleted(void* self, MHD_Connection* connection, void** request,
                             MHD_RequestTerminationCode) noexcept {
         delete static_cast<Request*>(*request);
+        static_cast<Server*>(self)->m_hasAnswered = true;
         if (void* const context =
                 MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT)->socket_context) {
             static_cast<Server*>(self)->Renew(*static_cast<Connection*>(context));
@@ -230,15 +244,15 @@ private:
                 request.method = method;
                 request.path = path;
                 ReadHeaders(connection, request);
-                const std::size_t size = AnnouncedBodySize(request);
-                request.isBodyTooLarge = size > kBodyLimit;
                 if (auto refusal = server.m_router.RefuseHead(request)) {
                     return Send(connection, *std::move(refusal), true);
                 }
+                const std::size_t size = AnnouncedBodySize(request).value_or(kBodyLimit);
+                request.isBodyTooLarge = size > kBodyLimit;
                 // Memory that is short later could not be answered before the body has ended.
                 request.body.reserve(std::min(size, kBodyLimit));
             } else if (*uploadSize > 0) {
-                // No answer can be sent before the body has ended, so one that grows too large is read on.
+                // Nor could one that grows too large, so it is read on.
                 request.isBodyTooLarge |= *uploadSize > kBodyLimit - request.body.size();
                 if (!request.isBodyTooLarge) {
                     request.body.append(upload, *uploadSize);
@@ -283,11 +297,18 @@ private:
     }
 
     const Router& m_router;
+    const unsigned m_mostDescriptors = DescriptorsForConnections();
+    /// At this many connections a new one takes the place of the oldest, so that idle ones, which cost their
+    /// owner nothing, keep nobody out; a higher limit alone would only be reached later.
+    const unsigned m_mostConnections = m_mostDescriptors - std::min(kMostSpare, m_mostDescriptors / 2);
     const uid_t m_effectiveUid = geteuid();
     /// The open connections, the one that has gone longest without a whole request in front.
     std::list<Connection> m_connections;
     std::size_t m_requestsUnderWay = 0;
     bool m_isDraining = false;
+    /// Since the memory was looked at.
+    bool m_hasAnswered = false;
+    MemoryTrimmer m_memory;
     /// Made beforehand, for a request that there is no memory to answer.
     const Response m_failure = MakeResponse(Router::Failure());
     std::unique_ptr<MHD_Daemon, Stop> m_daemon;

@@ -1,6 +1,12 @@
 #include "host/Memory.h"
 
+#include <fcntl.h>
 #include <malloc.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
 
 namespace KIVO::Host {
 
@@ -9,12 +15,65 @@ namespace {
 // The largest threshold that the C library accepts: what is larger is given back.
 constexpr int kLargestKeptBlock = 32 << 20;
 constexpr int kMostKeptMemory = 64 << 20;
+constexpr rlim_t kMostMemory = rlim_t{2} << 30;
+constexpr std::size_t kMostGrowth = 32 << 20;
+
+/// The pages that the process has mapped and those of them that are in memory; zeros when they cannot be
+/// read.
+struct Pages {
+    std::size_t mapped = 0;
+    std::size_t resident = 0;
+};
+
+Pages ReadPages(int status) {
+    char text[128] = {};
+    Pages pages;
+    if (pread(status, text, sizeof text - 1, 0) > 0) {
+        std::sscanf(text, "%zu %zu", &pages.mapped, &pages.resident);
+    }
+    return pages;
+}
+
+Appliance::FileDescriptor OpenStatus() {
+    return Appliance::FileDescriptor(open("/proc/self/statm", O_RDONLY | O_CLOEXEC));
+}
+
+std::size_t PageSize() { return static_cast<std::size_t>(sysconf(_SC_PAGESIZE)); }
 
 }  // namespace
 
 void KeepFreedMemory() {
     mallopt(M_MMAP_THRESHOLD, kLargestKeptBlock);
     mallopt(M_TRIM_THRESHOLD, kMostKeptMemory);
+}
+
+void LimitMemory() {
+    const rlim_t most = ReadPages(OpenStatus().Get()).mapped * PageSize() + kMostMemory;
+    rlimit limit = {};
+    getrlimit(RLIMIT_AS, &limit);
+    limit.rlim_cur = std::min(most, limit.rlim_max);
+    setrlimit(RLIMIT_AS, &limit);
+}
+
+void LimitDescriptors(rlim_t count) {
+    const rlimit wanted = {count, count};
+    if (setrlimit(RLIMIT_NOFILE, &wanted) != 0) {
+        rlimit limit = {};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        syslog(LOG_WARNING, "A worker can open %llu files only and will have fewer connections.",
+               static_cast<unsigned long long>(limit.rlim_cur));
+    }
+}
+
+MemoryTrimmer::MemoryTrimmer() : m_status(OpenStatus()), m_pagesKept(ReadPages(m_status.Get()).resident) {}
+
+void MemoryTrimmer::Trim() {
+    if (ReadPages(m_status.Get()).resident > m_pagesKept + kMostGrowth / PageSize()) {
+        malloc_trim(0);
+        m_pagesKept = ReadPages(m_status.Get()).resident;
+    }
 }
 
 }  // namespace KIVO::Host

@@ -1,9 +1,34 @@
 #pragma once
 
+#include <sys/resource.h>
+
+#include <cstddef>
+
+#include "platform/kivocore/FileDescriptor.h"
+
 namespace KIVO::Host {
 
 /// Lets the process keep the memory that a request frees for the next one, which needs much the same: given
 /// back to the system it costs a page fault for every page.
 void KeepFreedMemory();
+
+/// Lets the process map at most two gibibytes more than now; what would take more fails.
+void LimitMemory();
+
+/// Raises or lowers the limit of open descriptors to this many. Warns when it must stay lower.
+void LimitDescriptors(rlim_t count);
+
+/// Gives back what a large request leaves behind: more than the next ones need.
+class MemoryTrimmer {
+public:
+    MemoryTrimmer();
+
+    /// Gives back what is free when the process is 32 MiB larger than after the last time, or the beginning.
+    void Trim();
+
+private:
+    Appliance::FileDescriptor m_status;
+    std::size_t m_pagesKept;
+};
 
 }  // namespace KIVO::Host

@@ -4,6 +4,7 @@
 #include <glib.h>
 #include <netinet/in.h>
 #include <strings.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -124,6 +125,25 @@ Json::Value SignIn(const std::string& body) {
     return session;
 }
 
+/// While it lives, the activity tells of the call, and the process ends when the time is up: only that is
+/// sure to end a call that waits for ever, whatever for.
+class CallScope {
+public:
+    CallScope(Activity& activity, int call, std::chrono::seconds timeout) : m_activity(activity) {
+        m_activity = call;
+        alarm(static_cast<unsigned>(timeout.count()));
+    }
+    ~CallScope() {
+        alarm(0);
+        m_activity = -m_activity;
+    }
+    CallScope(const CallScope&) = delete;
+    CallScope& operator=(const CallScope&) = delete;
+
+private:
+    Activity& m_activity;
+};
+
 using Headers = decltype(HttpAnswer::headers);
 
 HttpAnswer MakeAnswer(unsigned status, Headers headers, std::string body) {
@@ -160,8 +180,8 @@ std::string_view HttpRequest::Header(std::string_view name) const {
     return header == headers.end() ? "" : header->second;
 }
 
-Router::Router(const Module& module, Page page, std::vector<std::string> hostNames)
-    : m_module(module), m_page(std::move(page)), m_hostNames(std::move(hostNames)) {}
+Router::Router(const Module& module, const Page& page, Activity& activity, RouterOptions options)
+    : m_module(module), m_page(page), m_activity(activity), m_options(std::move(options)) {}
 
 std::optional<HttpAnswer> Router::RefuseHead(const HttpRequest& request) const {
     try {
@@ -201,7 +221,7 @@ void Router::CheckHost(std::string_view host) const {
     const auto isHost = [host](std::string_view name) { return EqualsIgnoringCase(host, name); };
     // A client of HTTP 1.0 need not say it; the library sees to it that every other does.
     if (!isHost("") && !isHost("localhost") && !isHost("[::1]") && !IsLoopback(std::string(host)) &&
-        std::ranges::none_of(m_hostNames, isHost)) {
+        std::ranges::none_of(m_options.hostNames, isHost)) {
         throw Refusal(421, "The Host is not one by which this server is called; --host-name names more.");
     }
 }
@@ -233,6 +253,8 @@ HttpAnswer Router::Route(const HttpRequest& request) const {
     const Method method = m_module.Find(request.path.substr(kApiPrefix.size()));
     RequireMethod(request, {"POST"}, "POST");
     RequireJson(request);
+    const CallScope call(m_activity, static_cast<int>(method.row - m_module.Rows().data()) + 1,
+                         m_options.callTimeout);
     return MakeJsonAnswer(200, Appliance::WriteJson(Dispatch(method, caller, request.body)));
 }
 

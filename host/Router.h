@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -9,6 +10,7 @@
 
 #include "host/Module.h"
 #include "host/Page.h"
+#include "host/Supervisor.h"
 
 namespace KIVO::Host {
 
@@ -40,11 +42,20 @@ struct HttpAnswer {
 /// Whether it is the text of an IPv4 loopback address.
 [[nodiscard]] bool IsLoopback(const std::string& address);
 
+/// How a router is set up.
+struct RouterOptions {
+    /// The names by which the server may be called besides the loopback names.
+    std::vector<std::string> hostNames = {};
+    /// A call that takes longer ends the process by SIGALRM.
+    std::chrono::seconds callTimeout{30};
+};
+
 /// Decides what each request is answered with. It knows nothing of sockets and of no HTTP library.
 class Router {
 public:
-    /// Borrows the module. `hostNames` are those by which it may be called besides the loopback names.
-    Router(const Module& module, Page page, std::vector<std::string> hostNames = {});
+    /// Borrows the module, the page and the activity, which tells at each call which of the module's rows it
+    /// is of, counted from 1, and is that number's negative afterwards.
+    Router(const Module& module, const Page& page, Activity& activity, RouterOptions options = {});
 
     /// What a request is refused with that two readers may read as two, or that is meant for another host, so
     /// that its connection is to be closed before its body is read. Nothing for any other.
@@ -61,8 +72,9 @@ private:
     HttpAnswer Route(const HttpRequest& request) const;
 
     const Module& m_module;
-    const Page m_page;
-    const std::vector<std::string> m_hostNames;
+    const Page& m_page;
+    Activity& m_activity;
+    const RouterOptions m_options;
 };
 
 }  // namespace KIVO::Host

@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -52,8 +53,14 @@ Appliance::FileDescriptor Listen(const std::string& ip, std::uint16_t& port) {
 
 bool IsReadable(const std::string& path) { return faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) == 0; }
 
-/// Warns of what only the superuser may read.
+/// Warns of what is not as the superuser needs it.
 void CheckAsSuperuser() {
+    const std::string usersFile = Appliance::Rooted("/etc/kivo/users.json");
+    struct stat status {};
+    if (stat(usersFile.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0) {
+        syslog(LOG_WARNING, "Every account can read %s and so sign in as anyone: run chmod o-r on it.",
+               usersFile.c_str());
+    }
     const std::string database = Appliance::Rooted("/var/lib/kivo/nexnotify.db");
     if (!IsReadable(database)) {
         syslog(LOG_WARNING, "There is no notification database at %s that can be read.", database.c_str());
@@ -80,12 +87,25 @@ void CheckAsAccount(const Account& account) {
     }
 }
 
+/// A pipe that is full as nobody reads it would hold up whoever logs: its own way into it drops lines
+/// instead. Anything else that the starter gave stays as it is, for the starter shares it.
+void LetStandardErrorHoldNoOneUp() {
+    struct stat status {};
+    if (fstat(STDERR_FILENO, &status) == 0 && S_ISFIFO(status.st_mode)) {
+        const Appliance::FileDescriptor own(open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+        if (own.IsOpen()) {
+            dup2(own.Get(), STDERR_FILENO);
+        }
+    }
+}
+
 /// A descriptor that is readable when this worker alone is told to end.
 Appliance::FileDescriptor StopSignals() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGHUP);
     return Appliance::FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
@@ -93,26 +113,39 @@ Appliance::FileDescriptor StopSignals() {
 
 void Serve(const Module& module, ServeOptions options) {
     assert(IsLoopback(options.address));
-    Page page = ReadPage(options.pageFolder);
+    LetStandardErrorHoldNoOneUp();
+    const Page page = ReadPage(options.pageFolder);
     if (page.empty()) {
         syslog(LOG_WARNING, "There is no notification centre page in %s.", options.pageFolder.c_str());
     }
-    const Router router(module, std::move(page), options.hostNames);
     const Appliance::FileDescriptor listener = Listen(options.address, options.port);
-    CheckAsSuperuser();
+    LimitDescriptors(kDescriptorsForConnections + kOtherDescriptors);
 
     // From here on the supervisor has the account's ids too: the workers are born with them, and its real and
     // saved ids let it signal them all the same.
+    LimitCapabilities();
+    CheckAsSuperuser();
     Become(options.account);
     CheckAsAccount(options.account);
 
     // Neither a reader of the log nor a client that goes away may end a worker.
     std::signal(SIGPIPE, SIG_IGN);
-    Supervisor supervisor(options.workerCount, [&](int lifeline) {
+    const auto work = [&](int lifeline, Activity& activity) {
         KeepFreedMemory();
+        LimitMemory();
         const Appliance::FileDescriptor stopSignals = StopSignals();
+        const Router router(module, page, activity, options.router);
         ServeHttp(router, listener.Get(), stopSignals.Get(), lifeline);
-    });
+    };
+    const auto nameCall = [&module](int call) -> std::string {
+        const std::size_t i = static_cast<std::size_t>(call) - 1;
+        if (i >= module.Rows().size()) {
+            return "of no method";
+        }
+        const APITableRow& row = module.Rows()[i];
+        return std::string(row.api) + "/" + std::to_string(row.version) + "/" + row.method;
+    };
+    Supervisor supervisor(options.workerCount, work, nameCall);
     std::cout << "Listening on http://" << options.address << ":" << options.port << std::endl;
     supervisor.Run();
 }

@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "host/Account.h"
 #include "host/Module.h"
+#include "host/Router.h"
 
 namespace KIVO::Host {
 
@@ -19,16 +19,15 @@ struct ServeOptions {
     /// 0 takes a free one.
     std::uint16_t port = 8095;
     unsigned workerCount = std::max(1U, std::thread::hardware_concurrency());
-    /// The names by which it may be called besides the loopback names.
-    std::vector<std::string> hostNames = {};
+    RouterOptions router = {};
     /// With whose rights the module is called.
     Account account = {};
     /// Holds the notification centre's files.
     std::filesystem::path pageFolder = {};
 };
 
-/// Serves the module's methods, and the page, until SIGTERM or SIGINT. Says on standard output where it
-/// listens, and in the log what is missing for it to be of use. Throws std::runtime_error when it cannot
+/// Serves the module's methods, and the page, until SIGTERM, SIGINT or SIGHUP. Says on standard output where
+/// it listens, and in the log what is missing for it to be of use. Throws std::runtime_error when it cannot
 /// listen or cannot become the account.
 void Serve(const Module& module, ServeOptions options);
 

@@ -1,6 +1,7 @@
 #include "host/Supervisor.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -27,10 +29,12 @@ constexpr std::chrono::steady_clock::duration kLongestPause = 10s;
 /// Longer than a worker takes to answer the requests under way.
 constexpr auto kStopTime = 15s;
 
+constexpr unsigned kMostWorkers = 1024;
+
 sigset_t WaitedSignals() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, SIGCHLD}) {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) {
         sigaddset(&signals, signal);
     }
     return signals;
@@ -46,15 +50,25 @@ int WaitForSignal(std::chrono::nanoseconds time) {
 
 }  // namespace
 
-Supervisor::Supervisor(unsigned workerCount, Work work)
-    : m_workerCount(workerCount), m_work(std::move(work)) {
-    assert(m_workerCount > 0 && m_work);
+void Supervisor::Unmap::operator()(Activity* activities) const {
+    munmap(activities, kMostWorkers * sizeof *activities);
+}
+
+Supervisor::Supervisor(unsigned workerCount, Work work, NameCall nameCall)
+    : m_work(std::move(work)), m_nameCall(std::move(nameCall)), m_workers(workerCount) {
+    assert(workerCount > 0 && workerCount <= kMostWorkers && m_work && m_nameCall);
+    // Whatever the starter ignored or blocked: ends of workers are not to be missed, nor a call's time limit.
+    std::signal(SIGCHLD, SIG_DFL);
+    std::signal(SIGALRM, SIG_DFL);
     const sigset_t signals = WaitedSignals();
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    sigprocmask(SIG_SETMASK, &signals, nullptr);
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        throw std::runtime_error("The workers cannot be started: no pipe.");
+    void* const shared = mmap(nullptr, kMostWorkers * sizeof(Activity), PROT_READ | PROT_WRITE,
+                              MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (shared == MAP_FAILED || pipe2(ends, O_CLOEXEC) != 0) {
+        throw std::runtime_error("The workers cannot be started: no memory or no pipe.");
     }
+    m_activities.reset(new (shared) Activity[kMostWorkers]);
     m_lifeline = Appliance::FileDescriptor(ends[0]);
     m_lifelineHeld = Appliance::FileDescriptor(ends[1]);
     StartMissing();
@@ -62,9 +76,11 @@ Supervisor::Supervisor(unsigned workerCount, Work work)
 
 void Supervisor::Run() {
     for (;;) {
-        const bool complete = m_workers.size() == m_workerCount;
-        const int signal = WaitForSignal(complete ? 1h : m_nextStart - Clock::now());
-        if (signal == SIGTERM || signal == SIGINT) {
+        const int signal = WaitForSignal(AreAllRunning() ? 1h : m_nextStart - Clock::now());
+        if (signal == SIGHUP) {
+            syslog(LOG_NOTICE, "SIGHUP: the server ends. There are no settings that it could read anew.");
+        }
+        if (signal == SIGTERM || signal == SIGINT || signal == SIGHUP) {
             StopAll();
             return;
         }
@@ -75,62 +91,91 @@ void Supervisor::Run() {
     }
 }
 
+bool Supervisor::AreAllRunning() const {
+    return std::ranges::none_of(m_workers, [](const Worker& worker) { return worker.process == 0; });
+}
+
 void Supervisor::StartMissing() {
-    while (m_workers.size() < m_workerCount) {
-        const pid_t worker = fork();
-        if (worker == 0) {
+    for (std::size_t i = 0; i < m_workers.size(); ++i) {
+        if (m_workers[i].process != 0) {
+            continue;
+        }
+        Activity& activity = m_activities.get()[i];
+        activity = 0;
+        const pid_t process = fork();
+        if (process == 0) {
             m_lifelineHeld.Close();
             try {
-                m_work(m_lifeline.Get());
+                m_work(m_lifeline.Get(), activity);
             } catch (const std::exception& exception) {
                 syslog(LOG_ERR, "%s", exception.what());
                 std::exit(EXIT_FAILURE);
             }
             std::exit(EXIT_SUCCESS);
         }
-        if (worker < 0) {
+        if (process < 0) {
             syslog(LOG_ERR, "A worker cannot be started: %s.", std::strerror(errno));
             m_nextStart = Clock::now() + kLongestPause;
             return;
         }
-        m_workers[worker] = Clock::now();
+        m_workers[i] = {process, Clock::now()};
     }
+}
+
+int Supervisor::TakeEnded(int& status) {
+    for (pid_t process; (process = waitpid(-1, &status, WNOHANG)) > 0;) {
+        // Another child is one that the starter left behind.
+        const auto worker = std::ranges::find(m_workers, process, &Worker::process);
+        if (worker != m_workers.end()) {
+            worker->process = 0;
+            return static_cast<int>(worker - m_workers.begin());
+        }
+    }
+    return -1;
 }
 
 void Supervisor::Reap() {
     int status = 0;
-    for (pid_t worker; (worker = waitpid(-1, &status, WNOHANG)) > 0;) {
-        const auto lifeTime = Clock::now() - m_workers[worker];
-        m_workers.erase(worker);
-        m_pause = lifeTime < kShortLife ? std::clamp(2 * m_pause, kFirstPause, kLongestPause) : 0s;
+    const std::vector<Worker> before = m_workers;
+    for (int i; (i = TakeEnded(status)) >= 0;) {
+        const auto& [process, start] = before[static_cast<std::size_t>(i)];
+        const int activity = m_activities.get()[i];
+        const bool endedAtStart = activity == 0 && Clock::now() - start < kShortLife;
+        m_pause = endedAtStart ? std::clamp(2 * m_pause, kFirstPause, kLongestPause) : 0s;
         m_nextStart = Clock::now() + m_pause;
-        if (WIFSIGNALED(status)) {
-            syslog(LOG_ERR, "The worker %d was ended by signal %d and is replaced.", worker,
-                   WTERMSIG(status));
+        const std::string call = activity > 0 ? "; it was in the call " + m_nameCall(activity) : "";
+        if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM) {
+            syslog(LOG_ERR, "The worker %d reached the time limit and is replaced%s.", process, call.c_str());
+        } else if (WIFSIGNALED(status)) {
+            syslog(LOG_ERR, "The worker %d was ended by signal %d and is replaced%s.", process,
+                   WTERMSIG(status), call.c_str());
         } else {
-            syslog(LOG_WARNING, "The worker %d ended with status %d and is replaced.", worker,
-                   WEXITSTATUS(status));
+            syslog(LOG_WARNING, "The worker %d ended with status %d and is replaced%s.", process,
+                   WEXITSTATUS(status), call.c_str());
         }
     }
 }
 
 void Supervisor::StopAll() {
-    const auto signalAll = [this](int signal) {
-        for (const auto& [worker, startTime] : m_workers) {
-            kill(worker, signal);
+    const auto forEach = [this](auto action) {
+        for (const Worker& worker : m_workers) {
+            if (worker.process != 0) {
+                action(worker.process);
+            }
         }
     };
-    signalAll(SIGTERM);
+    forEach([](pid_t process) { kill(process, SIGTERM); });
     const auto end = Clock::now() + kStopTime;
-    while (!m_workers.empty() && Clock::now() < end) {
-        WaitForSignal(end - Clock::now());
-        for (pid_t worker; (worker = waitpid(-1, nullptr, WNOHANG)) > 0;) {
-            m_workers.erase(worker);
+    const auto areAllGone = [this] {
+        return std::ranges::all_of(m_workers, [](const Worker& worker) { return worker.process == 0; });
+    };
+    for (int status = 0; !areAllGone() && Clock::now() < end;) {
+        if (TakeEnded(status) < 0) {
+            WaitForSignal(end - Clock::now());
         }
     }
-    signalAll(SIGKILL);
-    while (wait(nullptr) > 0) {
-    }
+    forEach([](pid_t process) { kill(process, SIGKILL); });
+    forEach([](pid_t process) { waitpid(process, nullptr, 0); });
 }
 
 }  // namespace KIVO::Host

@@ -1,5 +1,7 @@
+#include <fcntl.h>
 #include <json/writer.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -24,6 +26,7 @@ namespace {
 
 using namespace KIVO::Host;
 
+constexpr char kOwnAccount[] = "nexnotify";
 constexpr int kErrorAnswer = 1;
 constexpr int kWrongUsage = 2;
 
@@ -72,7 +75,8 @@ int Run(int argc, char* argv[]) {
         ->option_text("DIR=/ (Env:KIVO_ROOT)");
     std::string file = InstallPrefix() / "lib/dev/KIVO.Core.NEXNotify.so";
     app.add_option("--module", file, "The module")->type_name("FILE")->capture_default_str();
-    std::string accountName = "nobody";
+    // Other services may have nobody's rights too.
+    std::string accountName = FindAccount(kOwnAccount) ? kOwnAccount : "nobody";
     app.add_option("--account", accountName, "The account with whose rights the module is called")
         ->type_name("NAME")
         ->capture_default_str();
@@ -93,10 +97,16 @@ int Run(int argc, char* argv[]) {
         ->type_name("N")
         ->capture_default_str();
     serve
-        .add_option("--host-name", options.hostNames,
+        .add_option("--host-name", options.router.hostNames,
                     "A further name that clients may call it by; may be repeated")
         ->type_name("NAME")
         ->allow_extra_args(false);
+    serve
+        .add_option("--call-timeout", options.router.callTimeout,
+                    "After how many seconds a call is ended with its process")
+        ->check(CLI::Range(1, 86400))
+        ->type_name("N")
+        ->capture_default_str();
     serve.add_option("--workers", options.workerCount, "How many processes answer requests")
         ->check(CLI::Range(1, 256))
         ->type_name("N")
@@ -177,6 +187,11 @@ int Run(int argc, char* argv[]) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    // A standard stream that the starter left closed would become another file, with log lines in it.
+    int descriptor = -1;
+    while ((descriptor = open("/dev/null", O_RDWR)) >= 0 && descriptor <= STDERR_FILENO) {
+    }
+    close(descriptor);
     openlog("webapi-host", LOG_PID | LOG_PERROR, LOG_DAEMON);
     try {
         return Run(argc, argv);

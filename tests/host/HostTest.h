@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <chrono>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -41,8 +42,9 @@ inline std::string ReadUntil(std::optional<char> last, const Appliance::FileDesc
 /// A running webapi-host with its output. The destructor ends it.
 class HostProcess {
 public:
-    /// Standard error goes into the file.
-    HostProcess(std::vector<std::string> arguments, const std::string& logFile) {
+    /// Standard error goes into the file. `prepare` runs in the process before the program does.
+    HostProcess(std::vector<std::string> arguments, const std::string& logFile,
+                const std::function<void()>& prepare = {}) {
         std::vector<char*> texts = {const_cast<char*>(WEBAPI_HOST)};
         for (std::string& argument : arguments) {
             texts.push_back(argument.data());
@@ -57,6 +59,9 @@ public:
             const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC;
             dup2(writer.Get(), STDOUT_FILENO);
             dup2(open(logFile.c_str(), flags, 0644), STDERR_FILENO);
+            if (prepare) {
+                prepare();
+            }
             execv(WEBAPI_HOST, texts.data());
             _exit(127);
         }
@@ -160,7 +165,7 @@ protected:
                 arguments.insert(arguments.end(), {option, value});
             }
         }
-        return std::make_unique<HostProcess>(std::move(arguments), m_root.Path("/log"));
+        return std::make_unique<HostProcess>(std::move(arguments), m_root.Path("/log"), m_prepare);
     }
 
     /// Starts "serve" on a free port and waits until it listens.
@@ -213,6 +218,7 @@ protected:
     bool HasLogged(const std::string& text) const { return Log().find(text) != std::string::npos; }
 
     ApplianceRoot m_root;
+    std::function<void()> m_prepare;
     std::unique_ptr<HostProcess> m_host;
     int m_port = 0;
 };

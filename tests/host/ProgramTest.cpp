@@ -106,8 +106,68 @@ TEST_F(HostTest, ADeadWorkerIsReplaced) {
     kill(workers[0], SIGTERM);
     EXPECT_TRUE(Eventually(areTwoOthers));
     EXPECT_EQ(Send().status, 200);
-    EXPECT_TRUE(HasLogged("was ended by signal 9 and is replaced")) << Log();
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 20; ++i) {
+        Send({.path = "/webapi/Test/1/die"});
+    }
+    EXPECT_EQ(Send().status, 200);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3)) << "No pause grows by it.";
+
+    EXPECT_TRUE(HasLogged("was ended by signal 9 and is replaced.")) << Log();
+    EXPECT_TRUE(HasLogged("was ended by signal 9 and is replaced; it was in the call Test/1/die")) << Log();
     EXPECT_TRUE(HasLogged("ended with status 0 and is replaced")) << Log();
+}
+
+TEST_F(HostTest, ACallThatHangsIsEndedAndNamed) {
+    // What is logged meanwhile goes into a pipe that is full.
+    ASSERT_EQ(mkfifo(m_root.Path("/log").c_str(), 0600), 0);
+    const Appliance::FileDescriptor log(open(m_root.Path("/log").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    fcntl(log.Get(), F_SETPIPE_SZ, 4096);
+    Serve({"--workers", "1", "--call-timeout", "1"});
+    for (int i = 0; i < 200; ++i) {
+        EXPECT_EQ(Send({.path = "/webapi/Test/1/throw"}).status, 500);
+    }
+    while (!ReadUntil({}, log).empty()) {
+    }
+    const std::string fifo = m_root.Path("/fifo");
+    mkfifo(fifo.c_str(), 0600);
+    EXPECT_EQ(Send({.path = "/webapi/Test/1/wait", .body = R"({"fifo":")" + fifo + "\"}"}).status, -1);
+    EXPECT_EQ(Send().status, 200);
+    EXPECT_NE(
+        ReadUntil({}, log).find("reached the time limit and is replaced; it was in the call Test/1/wait"),
+        std::string::npos);
+}
+
+TEST_F(HostTest, WhateverTheStarterLeftBehindItRunsAndEnds) {
+    m_prepare = [] {
+        signal(SIGCHLD, SIG_IGN);
+        close(STDIN_FILENO);
+        close(STDERR_FILENO);
+        sigset_t alarms;
+        sigemptyset(&alarms);
+        sigaddset(&alarms, SIGALRM);
+        sigprocmask(SIG_BLOCK, &alarms, nullptr);
+        if (fork() == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            close(STDOUT_FILENO);
+            pause();
+        }
+    };
+    Serve({"--workers", "1", "--call-timeout", "1"});
+    const Json::Value first = Echo()["worker"];
+    EXPECT_EQ(Send({.path = "/webapi/Test/1/die"}).status, -1);
+    EXPECT_EQ(Send({.path = "/webapi/Test/1/throw"}).status, 500) << "A line to log ends nobody.";
+    const Json::Value second = Echo()["worker"];
+    EXPECT_NE(second, first);
+    const std::string fifo = m_root.Path("/fifo");
+    mkfifo(fifo.c_str(), 0600);
+    EXPECT_EQ(Send({.path = "/webapi/Test/1/wait", .body = R"({"fifo":")" + fifo + "\"}"}).status, -1);
+    EXPECT_NE(Echo()["worker"], second);
+
+    const auto start = std::chrono::steady_clock::now();
+    kill(m_host->Pid(), SIGHUP);
+    EXPECT_EQ(m_host->Wait(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
 TEST_F(HostTest, WorkersThatDieAtOnceAreReplacedMoreAndMoreSlowly) {
@@ -170,6 +230,10 @@ TEST_F(HostTest, WorkersHaveTheAccountsIdsBetweenRequests) {
         const std::string status{std::istreambuf_iterator<char>(file), {}};
         EXPECT_NE(status.find("Uid:\t0\t65534\t0\t65534\nGid:\t0\t65534\t0\t65534\n"), status.npos) << status;
         EXPECT_NE(status.find("Groups:\t65534 \n"), status.npos) << status;
+        // To change ids is the one right of the superuser that is left to whoever takes a worker over.
+        EXPECT_NE(status.find("CapPrm:\t00000000000000c0\n"), status.npos) << status;
+        EXPECT_NE(status.find("CapBnd:\t00000000000000c0\n"), status.npos) << status;
+        EXPECT_NE(status.find("NoNewPrivs:\t1\n"), status.npos) << status;
     };
     Serve({"--workers", "1", "--account", "nobody"});
     expectLowered();

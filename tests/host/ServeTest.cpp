@@ -260,10 +260,40 @@ TEST_F(HostTest, ARequestThatMemoryIsTooShortForCostsNoOther) {
     prlimit(workers.at(0), RLIMIT_AS, &none, nullptr);
     connection.Send(request.substr(request.size() / 2));
     const std::string reply = connection.ReadAll();
-    EXPECT_TRUE(reply.starts_with("HTTP/1.1 500") && reply.find(R"("code":500)") != reply.npos) << reply;
+    EXPECT_TRUE(reply.starts_with("HTTP/1.1 500") && reply.find(R"("code":500)") != reply.npos)
+        << reply << Log();
     prlimit(workers.at(0), RLIMIT_AS, &earlier, nullptr);
     EXPECT_EQ(Send().status, 200);
+
+    // Nor does one that wants more than a worker may have, or that leaves much behind.
+    const auto residentPages = [&] {
+        std::size_t mapped = 0, resident = 0;
+        std::ifstream("/proc/" + std::to_string(workers.at(0)) + "/statm") >> mapped >> resident;
+        return resident;
+    };
+    const std::size_t before = residentPages();
+    for (const auto& [mebibytes, status] : {std::pair{"4000", 500}, {"60", 200}, {"28", 200}}) {
+        const std::string body = std::string(R"({"mebibytes":)") + mebibytes + "}";
+        EXPECT_EQ(Send({.path = "/webapi/Test/1/enlarge", .body = body}).status, status) << mebibytes;
+    }
+    EXPECT_EQ(Send().status, 200);
+    EXPECT_LT((residentPages() - before) * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)), 34UL << 20);
     EXPECT_EQ(m_host->Workers(), workers);
+}
+
+TEST_F(HostTest, IdleConnectionsKeepNobodyOutHoweverFewDescriptorsThereAre) {
+    m_prepare = [] {
+        const rlimit few = {64, 64};
+        setrlimit(RLIMIT_NOFILE, &few);
+    };
+    Serve();
+    std::vector<RawConnection> idle;
+    for (int i = 0; i < 200; ++i) {
+        idle.emplace_back(m_port);
+    }
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Send().status, 200);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
 }
 
 // That bytes which keep coming, or idle connections by the thousand, hold nobody up is the soak's to show.

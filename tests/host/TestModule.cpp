@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 #include "kivocore/Export.h"
@@ -44,6 +45,11 @@ void Wait(APIRequest* request, APIResponse* response) {
     response->SetSuccess("waited");
 }
 
+/// Answers as many MiB as the parameter "mebibytes" says.
+void Enlarge(APIRequest* request, APIResponse* response) {
+    response->SetSuccess(std::string(request->GetParam("mebibytes", 0).asUInt64() << 20, 'x'));
+}
+
 bool Accept(APIRequest*, APIResponse*) { return true; }
 
 /// Refuses in the way that the parameter "refuse" names.
@@ -72,6 +78,7 @@ constexpr APITableRow kTable[] = {
     // Leaves the process with the superuser's rights, as a scope does that cannot restore them.
     {kApi, 1, "stayRaised", [](APIRequest*, APIResponse* response) { response->SetSuccess(seteuid(0)); }},
     {kApi, 1, "wait", Wait},
+    {kApi, 1, "enlarge", Enlarge},
     {kApi, 1, "checked", Echo},
     {kApi, 2, "checked", Echo},
     {},
