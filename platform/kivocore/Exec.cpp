@@ -3,12 +3,17 @@
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <mutex>
+#include <string>
+#include <vector>
 
 #include "platform/kivocore/ErrorState.h"
 #include "platform/kivocore/FileDescriptor.h"
@@ -52,10 +57,36 @@ private:
     struct sigaction m_childAction {};
 };
 
+/// What the program finds in its environment: it may run with more rights than whoever set the caller's.
+std::vector<std::string> MakeEnvironment() {
+    std::vector<std::string> environment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"};
+    for (const char* const name : {"LANG", "TZ", "KIVO_ROOT"}) {
+        if (const char* const value = secure_getenv(name)) {
+            environment.push_back(std::string(name) + "=" + value);
+        }
+    }
+    return environment;
+}
+
+/// Lets the program inherit no descriptor but the standard streams.
+bool CloseOthersAtStart() {
+    if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0) {
+        return true;
+    }
+    rlimit limit{};
+    if (errno != ENOSYS || getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        return false;
+    }
+    for (int descriptor = STDERR_FILENO + 1; static_cast<rlim_t>(descriptor) < limit.rlim_cur; ++descriptor) {
+        fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    }
+    return true;
+}
+
 /// Turns the forked copy of the caller into the program; returns when that fails. Only calls that are safe
 /// after a fork of a process with threads; the ids by system call because the C library's functions would set
 /// them for all its threads.
-void Become(const char* path, const char* const* arguments) {
+void Become(const char* path, const char* const* arguments, char* const* environment) {
     struct sigaction defaultAction {};
     defaultAction.sa_handler = SIG_DFL;
     for (int signal = 1; signal < NSIG; ++signal) {
@@ -68,10 +99,11 @@ void Become(const char* path, const char* const* arguments) {
     const long gid = syscall(SYS_getegid);
     const long uid = syscall(SYS_geteuid);
     if (syscall(SYS_setresgid, gid, gid, gid) != 0 || syscall(SYS_setresuid, uid, uid, uid) != 0 ||
-        close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) != 0) {
+        !CloseOthersAtStart()) {
         return;
     }
-    execv(path, const_cast<char* const*>(arguments));
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // Nobody waits for it any more when the caller is gone.
+    execve(path, const_cast<char* const*>(arguments), environment);
 }
 
 /// True when nothing comes through the pipe before its end: starting the program closed its other side.
@@ -102,6 +134,12 @@ int KLIBCExec(const char* path, const char* arg1, const char* arg2, const char* 
         return -1;
     }
     const char* const arguments[] = {path, arg1, arg2, arg3, arg4, nullptr};
+    std::vector<std::string> texts = MakeEnvironment();
+    std::vector<char*> environment;
+    for (std::string& text : texts) {
+        environment.push_back(text.data());
+    }
+    environment.push_back(nullptr);
 
     // The action of SIGCHLD belongs to the whole process: two scopes at a time would restore each other's.
     static std::mutex mutex;
@@ -117,7 +155,7 @@ int KLIBCExec(const char* path, const char* arg1, const char* arg2, const char* 
     const SignalScope signals;
     const pid_t process = fork();
     if (process == 0) {
-        Become(path, arguments);
+        Become(path, arguments, environment.data());
         [[maybe_unused]] const ssize_t length = write(failureWriter.Get(), "!", 1);
         _exit(kNotStarted);
     }

@@ -3,16 +3,33 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "kivocore/Export.h"
 #include "kivocore/error.h"
 #include "tests/support/ApplianceRoot.h"
+
+namespace {
+
+bool kernelKnowsCloseRange = true;
+
+}  // namespace
+
+extern "C" KIVO_PUBLIC int close_range(unsigned first, unsigned last, int flags) noexcept {
+    if (!kernelKnowsCloseRange) {
+        errno = ENOSYS;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_close_range, first, last, flags));
+}
 
 namespace {
 
@@ -32,11 +49,41 @@ TEST(Exec, ReportsHowTheProgramEnded) {
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left behind";
 }
 
-TEST(Exec, TheProgramInheritsTheStandardStreamsOnly) {
+TEST(Exec, TheProgramInheritsTheStandardStreamsAndLittleOfTheEnvironment) {
     ASSERT_EQ(dup2(STDIN_FILENO, 57), 57);
-    EXPECT_EQ(RunShell("test -e /proc/self/fd/1 && test ! -e /proc/self/fd/57"), 0);
-    EXPECT_EQ(fcntl(57, F_GETFD), 0) << "the caller's own descriptor has changed";
+    for (const bool isKnown : {true, false}) {
+        kernelKnowsCloseRange = isKnown;
+        EXPECT_EQ(RunShell("test -e /proc/self/fd/1 && test ! -e /proc/self/fd/57"), 0) << isKnown;
+        EXPECT_EQ(fcntl(57, F_GETFD), 0) << "the caller's own descriptor has changed";
+    }
     close(57);
+    kernelKnowsCloseRange = true;
+
+    const KIVO::Test::ApplianceRoot root;
+    setenv("TZ", "UTC", 1);
+    setenv("LD_BIND_NOW", "1", 1);
+    const std::string check =
+        "test \"$KIVO_ROOT$TZ$LD_BIND_NOW\" = " + root.Folder().string() + "UTC && command -v env";
+    EXPECT_EQ(RunShell((check + " >/dev/null").c_str()), 0);
+    unsetenv("LD_BIND_NOW");
+    unsetenv("TZ");
+}
+
+TEST(Exec, TheProgramEndsWithItsCaller) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t caller = fork();
+    if (caller == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        _exit(RunShell("echo; exec sleep 60"));
+    }
+    close(ends[1]);
+    char letter = 0;
+    EXPECT_EQ(read(ends[0], &letter, 1), 1) << "The program has begun.";
+    kill(caller, SIGKILL);
+    EXPECT_EQ(read(ends[0], &letter, 1), 0) << "Its standard output is closed.";
+    close(ends[0]);
+    waitpid(caller, nullptr, 0);
 }
 
 volatile sig_atomic_t reapedChildren = 0;

@@ -5,9 +5,9 @@
 extern "C" {
 
 /// Runs the executable at `path` with the arguments up to the first null one, without a shell, and waits for
-/// its end. The program inherits the environment and the standard streams, no other descriptor, and runs with
-/// the caller's effective ids as its real ones. Its exit status, or -1 when it could not be started or was
-/// killed.
+/// its end. The program inherits the standard streams, no other descriptor, and of the environment LANG, TZ
+/// and KIVO_ROOT; it runs with the caller's effective ids as its real ones, and is killed when the calling
+/// thread ends. Its exit status, or -1 when it could not be started or was killed.
 [[nodiscard]] KIVO_PUBLIC int KLIBCExec(const char* path, const char* arg1, const char* arg2,
                                         const char* arg3, const char* arg4);
 
