@@ -12,8 +12,10 @@
 #include <cassert>
 #include <charconv>
 #include <chrono>
+#include <deque>
 #include <iterator>
 #include <list>
+#include <map>
 #include <memory>
 #include <new>
 #include <optional>
@@ -112,6 +114,10 @@ struct Connection {
     /// When it was accepted or its last request ended.
     Clock::time_point since;
     std::list<Connection>::iterator place;
+    MHD_Connection* handle;
+    /// Its request has waited, and is the next to be answered.
+    bool isDue = false;
+    bool isCutOff = false;
 };
 
 /// One request, from its first line until its answer is sent.
@@ -133,17 +139,23 @@ public:
     Server(const Router& router, int listenSocket) : m_router(router) {
         // The library's own error log stays off: it quotes what clients send, and that may be a token.
         m_daemon.reset(MHD_start_daemon(
-            MHD_USE_EPOLL, 0, nullptr, nullptr, &OnRequest, this, MHD_OPTION_LISTEN_SOCKET, listenSocket,
-            MHD_OPTION_NOTIFY_CONNECTION, &OnConnection, this, MHD_OPTION_URI_LOG_CALLBACK, &OnRequestLine,
-            this, MHD_OPTION_NOTIFY_COMPLETED, &OnCompleted, this, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-            kConnectionMemory, MHD_OPTION_CONNECTION_LIMIT, m_mostDescriptors, MHD_OPTION_CONNECTION_TIMEOUT,
-            static_cast<unsigned>(kIdleTimeout.count()), MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_END));
+            MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, &OnRequest, this,
+            MHD_OPTION_LISTEN_SOCKET, listenSocket, MHD_OPTION_NOTIFY_CONNECTION, &OnConnection, this,
+            MHD_OPTION_URI_LOG_CALLBACK, &OnRequestLine, this, MHD_OPTION_NOTIFY_COMPLETED, &OnCompleted,
+            this, MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory, MHD_OPTION_CONNECTION_LIMIT,
+            m_mostDescriptors, MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned>(kIdleTimeout.count()),
+            MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_END));
         if (!m_daemon) {
             throw std::runtime_error("The HTTP server cannot start.");
         }
     }
-    // A daemon that was not told to leave the listening socket alone would close it.
-    ~Server() { BeginDraining(); }
+    ~Server() {
+        // A daemon that was not told to leave the listening socket alone would close it.
+        BeginDraining();
+        while (!m_connections.empty() && !m_waiting.empty()) {
+            CutOffOldest();
+        }
+    }
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
@@ -164,7 +176,12 @@ public:
                 timeout =
                     std::min(timeout, std::chrono::ceil<std::chrono::milliseconds>(*end - Clock::now()));
             }
+            if (!m_waiting.empty()) {
+                timeout = 0ms;
+            }
             poll(descriptors, std::size(descriptors), static_cast<int>(std::max(timeout, 0ms).count()));
+            m_hasCalled = false;
+            ResumeNext();
             MHD_run(m_daemon.get());
             if (geteuid() != m_effectiveUid) {
                 throw std::runtime_error("The effective user id was not restored: this worker ends.");
@@ -191,6 +208,11 @@ private:
         void operator()(MHD_Daemon* daemon) const { MHD_stop_daemon(daemon); }
     };
 
+    static Connection* ContextOf(MHD_Connection* connection) {
+        return static_cast<Connection*>(
+            MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT)->socket_context);
+    }
+
     static void OnConnection(void* self, MHD_Connection* connection, void** context,
                              MHD_ConnectionNotificationCode change) noexcept {
         Server& server = *static_cast<Server*>(self);
@@ -202,7 +224,8 @@ private:
         }
         const int socket = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
         try {
-            Connection& added = server.m_connections.emplace_back(Connection{socket, Clock::now(), {}});
+            Connection& added =
+                server.m_connections.emplace_back(Connection{socket, Clock::now(), {}, connection});
             added.place = std::prev(server.m_connections.end());
             *context = &added;
         } catch (const std::bad_alloc&) {
@@ -221,17 +244,17 @@ private:
                             MHD_RequestTerminationCode) noexcept {
         delete static_cast<Request*>(*request);
         static_cast<Server*>(self)->m_hasAnswered = true;
-        if (void* const context =
-                MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT)->socket_context) {
-            static_cast<Server*>(self)->Renew(*static_cast<Connection*>(context));
+        if (Connection* const context = ContextOf(connection)) {
+            static_cast<Server*>(self)->Renew(*context);
         }
     }
 
     static MHD_Result OnRequest(void* self, MHD_Connection* connection, const char* path, const char* method,
                                 const char*, const char* upload, std::size_t* uploadSize,
                                 void** requestPointer) noexcept {
-        const Server& server = *static_cast<Server*>(self);
-        if (geteuid() != server.m_effectiveUid) {
+        Server& server = *static_cast<Server*>(self);
+        Connection* const context = ContextOf(connection);
+        if (geteuid() != server.m_effectiveUid || !context || context->isCutOff) {
             return MHD_NO;
         }
         try {
@@ -259,6 +282,8 @@ private:
                 }
                 *uploadSize = 0;
                 return MHD_YES;
+            } else if (server.MustWait(*context, request)) {
+                return MHD_YES;
             }
             return hasBegun || request.isBodyTooLarge
                        ? Send(connection, server.m_router.Answer(request), server.m_isDraining)
@@ -277,6 +302,44 @@ private:
         return MHD_queue_response(connection, status, MakeResponse(std::move(answer)).get());
     }
 
+    /// Whether the request, which is a call, has to wait until its user's turn comes. One is answered in each
+    /// round of the loop, so that a user with a thousand connections keeps nobody else waiting.
+    bool MustWait(Connection& connection, const HttpRequest& request) {
+        if (!Router::IsCall(request) || std::exchange(connection.isDue, false)) {
+            return false;
+        }
+        if (!std::exchange(m_hasCalled, true) && m_waiting.empty()) {
+            return false;
+        }
+        const std::string_view credentials = request.Header(MHD_HTTP_HEADER_AUTHORIZATION);
+        m_waiting[std::string(credentials.substr(credentials.rfind(' ') + 1))].push_back(&connection);
+        MHD_suspend_connection(connection.handle);
+        return true;
+    }
+
+    /// Lets the user whose turn it is have the answer to the oldest request.
+    void ResumeNext() {
+        if (m_waiting.empty()) {
+            return;
+        }
+        auto turn = m_waiting.upper_bound(m_lastTurn);
+        turn = turn == m_waiting.end() ? m_waiting.begin() : turn;
+        m_lastTurn = turn->first;
+        Resume(*turn->second.front());
+        m_hasCalled = true;
+    }
+
+    /// Ends its wait, if it waits.
+    void Resume(Connection& connection) {
+        for (auto& [user, connections] : m_waiting) {
+            if (std::erase(connections, &connection) > 0) {
+                connection.isDue = true;
+                MHD_resume_connection(connection.handle);
+            }
+        }
+        std::erase_if(m_waiting, [](const auto& entry) { return entry.second.empty(); });
+    }
+
     /// Puts it behind all others, as of now.
     void Renew(Connection& connection) {
         connection.since = Clock::now();
@@ -286,8 +349,11 @@ private:
     /// Closes the connection that has gone longest without a whole request.
     void CutOffOldest() {
         // The library has no call for this; it closes a connection whose socket is shut down.
-        shutdown(m_connections.front().socket, SHUT_RDWR);
-        Renew(m_connections.front());
+        Connection& oldest = m_connections.front();
+        shutdown(oldest.socket, SHUT_RDWR);
+        oldest.isCutOff = true;
+        Resume(oldest);
+        Renew(oldest);
     }
 
     /// Accepts no one more.
@@ -305,6 +371,11 @@ private:
     /// The open connections, the one that has gone longest without a whole request in front.
     std::list<Connection> m_connections;
     std::size_t m_requestsUnderWay = 0;
+    /// The connections whose calls wait for their turn, by the token of who asks.
+    std::map<std::string, std::deque<Connection*>> m_waiting;
+    std::string m_lastTurn;
+    /// In this round of the loop.
+    bool m_hasCalled = false;
     bool m_isDraining = false;
     /// Since the memory was looked at.
     bool m_hasAnswered = false;

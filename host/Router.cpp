@@ -207,6 +207,8 @@ bool IsLoopback(const std::string& address) {
            ntohl(parsed.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
 }
 
+bool Router::IsCall(const HttpRequest& request) { return request.path.starts_with(kApiPrefix); }
+
 HttpAnswer Router::Failure() {
     return MakeJsonAnswer(500,
                           R"({"error":{"code":500,"data":"The server could not answer."},"success":false})");
@@ -247,7 +249,7 @@ HttpAnswer Router::Route(const HttpRequest& request) const {
         RequireMethod(request, {"GET", "HEAD"}, "GET, HEAD, POST");
         return MakeJsonAnswer(200, Appliance::WriteJson(SuccessEnvelope(DescribeSession(caller))));
     }
-    if (!request.path.starts_with(kApiPrefix)) {
+    if (!IsCall(request)) {
         throw Refusal(404, "There is nothing at this path.");
     }
     const Method method = m_module.Find(request.path.substr(kApiPrefix.size()));

@@ -64,6 +64,9 @@ public:
     /// The answer of the page's file, the session or the method at the path, or the refusal of any of them.
     HttpAnswer Answer(const HttpRequest& request) const;
 
+    /// Whether the request is for a method, whose answer may take its time.
+    static bool IsCall(const HttpRequest& request);
+
     /// The answer to a request that cannot be answered otherwise.
     static HttpAnswer Failure();
 

@@ -205,9 +205,10 @@ protected:
     /// What Test/1/echo answers, null when it does not.
     Json::Value Echo() const { return Send().Envelope()["data"]; }
 
-    /// The bytes of a request to Test/1/echo with the body.
-    static std::string RawRequest(const std::string& body) {
-        return std::string("POST /webapi/Test/1/echo HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n") +
+    /// The bytes of a request to the method with the body.
+    static std::string RawRequest(const std::string& body, const std::string& method = "Test/1/echo") {
+        return "POST /webapi/" + method +
+               std::string(" HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n") +
                "Authorization: Bearer " + kToken +
                "\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
                "\r\n\r\n" + body;

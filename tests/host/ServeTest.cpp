@@ -296,6 +296,23 @@ TEST_F(HostTest, IdleConnectionsKeepNobodyOutHoweverFewDescriptorsThereAre) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
 }
 
+TEST_F(HostTest, AUserWithManyRequestsKeepsNobodyElseWaiting) {
+    m_root.WriteUsers({{.name = "alice", .token = kToken}, {.name = "bob", .token = "bobs-token"}});
+    Serve();
+    std::vector<RawConnection> greedy;
+    for (int i = 0; i < 30; ++i) {
+        greedy.emplace_back(m_port);
+        greedy.back().Send(RawRequest("{}", "Test/1/nap"));
+    }
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Send({.token = "bobs-token"}).status, 200);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 750ms);
+    for (const RawConnection& connection : greedy) {
+        EXPECT_NE(connection.ReadAll().find("rested"), std::string::npos);
+    }
+    EXPECT_GT(std::chrono::steady_clock::now() - start, 750ms);
+}
+
 // That bytes which keep coming, or idle connections by the thousand, hold nobody up is the soak's to show.
 TEST_F(HostTest, ASlowSenderKeepsNobodyWaitingAndASilentOneIsCutOff) {
     Serve();

@@ -45,6 +45,11 @@ void Wait(APIRequest* request, APIResponse* response) {
     response->SetSuccess("waited");
 }
 
+void Nap(APIRequest*, APIResponse* response) {
+    usleep(50'000);
+    response->SetSuccess("rested");
+}
+
 /// Answers as many MiB as the parameter "mebibytes" says.
 void Enlarge(APIRequest* request, APIResponse* response) {
     response->SetSuccess(std::string(request->GetParam("mebibytes", 0).asUInt64() << 20, 'x'));
@@ -78,6 +83,7 @@ constexpr APITableRow kTable[] = {
     // Leaves the process with the superuser's rights, as a scope does that cannot restore them.
     {kApi, 1, "stayRaised", [](APIRequest*, APIResponse* response) { response->SetSuccess(seteuid(0)); }},
     {kApi, 1, "wait", Wait},
+    {kApi, 1, "nap", Nap},
     {kApi, 1, "enlarge", Enlarge},
     {kApi, 1, "checked", Echo},
     {kApi, 2, "checked", Echo},
