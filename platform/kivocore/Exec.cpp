@@ -25,20 +25,31 @@ using KIVO::Appliance::FileDescriptor;
 constexpr int kNotStarted = 127;
 
 /// For its lifetime SIGCHLD has its default action, so that ignoring it cannot discard the exit status, and
-/// is blocked, so that the caller's handler neither takes the status away nor misses another child's end.
-/// Every other signal is blocked until WatchSignals.
+/// is blocked, so that the caller's handler cannot take the status away. Every other signal is blocked until
+/// WatchSignals.
 class SignalScope {
 public:
     SignalScope() {
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, &m_mask);
-        struct sigaction defaultAction {};
-        defaultAction.sa_handler = SIG_DFL;
-        sigaction(SIGCHLD, &defaultAction, &m_childAction);
+        sigaction(SIGCHLD, nullptr, &m_childAction);
+        if (m_childAction.sa_handler != SIG_DFL || DiscardsStatus()) {
+            struct sigaction defaultAction {};
+            defaultAction.sa_handler = SIG_DFL;
+            sigaction(SIGCHLD, &defaultAction, nullptr);
+        }
     }
     ~SignalScope() {
-        sigaction(SIGCHLD, &m_childAction, nullptr);
+        // Setting the default action again would discard a signal that the caller waits for.
+        if (m_childAction.sa_handler != SIG_DFL || DiscardsStatus()) {
+            sigaction(SIGCHLD, &m_childAction, nullptr);
+            while (DiscardsStatus() && waitpid(-1, nullptr, WNOHANG) > 0) {
+                // Another child that ended meanwhile, which nobody would wait for.
+            }
+            // The handler may have missed another child's end.
+            kill(getpid(), SIGCHLD);
+        }
         pthread_sigmask(SIG_SETMASK, &m_mask, nullptr);
     }
     SignalScope(const SignalScope&) = delete;
@@ -53,6 +64,11 @@ public:
     }
 
 private:
+    /// Whether children of the caller's end without being waited for.
+    bool DiscardsStatus() const {
+        return m_childAction.sa_handler == SIG_IGN || (m_childAction.sa_flags & SA_NOCLDWAIT) != 0;
+    }
+
     sigset_t m_mask{};
     struct sigaction m_childAction {};
 };

@@ -144,7 +144,32 @@ TEST(Exec, TheCallerStillLearnsOfTheEndOfItsOtherChildren) {
                             std::to_string(other) + "/status; do :; done";
     EXPECT_EQ(RunShell(end.c_str()), 0);
     EXPECT_EQ(reapedChildren, 1);
+
+    // Where nobody wants to know, they leave nothing behind.
+    signal(SIGCHLD, SIG_IGN);
+    if (fork() == 0) {
+        _exit(0);
+    }
+    EXPECT_EQ(RunShell("sleep 0.1"), 0);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
     signal(SIGCHLD, SIG_DFL);
+
+    // Who waits for the signal gets it.
+    sigset_t mask;
+    sigemptyset(&mask);
+    sigaddset(&mask, SIGCHLD);
+    pthread_sigmask(SIG_BLOCK, &mask, nullptr);
+    const pid_t awaited = fork();
+    if (awaited == 0) {
+        _exit(0);
+    }
+    EXPECT_EQ(RunShell("sleep 0.1"), 0);
+    siginfo_t info{};
+    const timespec noTime{};
+    EXPECT_EQ(sigtimedwait(&mask, &info, &noTime), SIGCHLD);
+    EXPECT_EQ(info.si_pid, awaited);
+    pthread_sigmask(SIG_UNBLOCK, &mask, nullptr);
+    EXPECT_EQ(waitpid(awaited, nullptr, 0), awaited);
 }
 
 TEST(Exec, TheProgramRunsAsTheEffectiveUser) {
