@@ -54,8 +54,10 @@ TEST_F(NotificationToolTest, WritesEveryTagInTheCataloguesOrder) {
               "{\"name\":\"A\"}]}\n");
     EXPECT_EQ(fs::status(m_root.Path(kCategoryFile)).permissions(), fs::perms(0644));
     m_root.WriteCatalogue("ger", "");
+    m_root.Write("/var/cache/texts/ger/notification_category.new", "half of one, by a run that was killed");
     ASSERT_TRUE(Run("--gen_category_file ger"));
     EXPECT_EQ(m_root.Read("/var/cache/texts/ger/notification_category"), "{\"All\":[]}\n");
+    EXPECT_FALSE(fs::exists(m_root.Path("/var/cache/texts/ger/notification_category.new")));
 }
 
 TEST_F(NotificationToolTest, AReaderNeverMeetsHalfAFile) {
