@@ -13,8 +13,11 @@ int KLIBCFileExist(const char* path) {
     if (path == nullptr) {
         return 0;
     }
+    if (stat(path, &status) == 0) {
+        return 1;
+    }
     // What the caller may not look at is not known to be missing, and not to be made anew.
-    return stat(path, &status) == 0 || (errno != ENOENT && errno != ENOTDIR) ? 1 : 0;
+    return errno != ENOENT && errno != ENOTDIR && errno != ELOOP && errno != ENAMETOOLONG ? 1 : 0;
 }
 
 int KLIBCFileEnumSection(const char* path, KLIBCSzList** list) try {

@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "kivocore/file.h"
 #include "sysnotify/nstring.h"
 #include "tests/support/ApplianceRoot.h"
 
@@ -107,6 +108,19 @@ TEST_F(CatalogueTest, AnUnchangedFileIsParsedOnceAndNotKeptForEver) {
         EXPECT_NE(LoadCatalogue(path), nullptr);
     }
     EXPECT_NE(LoadCatalogue(paths[0]), first);
+}
+
+TEST(File, ExistsUnlessItIsKnownToBeMissing) {
+    const KIVO::Test::ApplianceRoot root;
+    const std::string file = root.Write("/file", "");
+    std::filesystem::create_symlink("loop", root.Path("/loop"));
+    std::filesystem::create_symlink("nowhere", root.Path("/dangling"));
+    EXPECT_TRUE(KLIBCFileExist(file.c_str()));
+    EXPECT_TRUE(KLIBCFileExist(root.Folder().c_str()));
+    for (const std::string& missing : {root.Path("/missing"), file + "/below", root.Path("/loop"),
+                                       root.Path("/dangling"), root.Path("/" + std::string(300, 'x'))}) {
+        EXPECT_FALSE(KLIBCFileExist(missing.c_str())) << missing;
+    }
 }
 
 }  // namespace

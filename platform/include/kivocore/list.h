@@ -3,7 +3,7 @@
 #include "kivocore/Export.h"
 
 /// A growing list of strings, kept in one block that moves when it grows: functions that add to a list take
-/// the address of its handle.
+/// the address of its handle. A list is for one thread at a time.
 struct KLIBCSzList;
 
 extern "C" {

@@ -4,6 +4,8 @@
 
 extern "C" {
 
+// Safe on any thread.
+
 /// Non-zero when the user is a member of the administrators group. `flags` is reserved and 0.
 [[nodiscard]] KIVO_PUBLIC int KLIBGroupIsAdminGroupMem(const char* userName, int flags);
 

@@ -6,7 +6,7 @@
 
 #include "kivocore/Export.h"
 
-/// The settings documents that the desktop stores per user and per group.
+/// The settings documents that the desktop stores per user and per group. Safe on any thread.
 class KIVO_PUBLIC KivoSettings {
 public:
     explicit KivoSettings(const std::string& userName);

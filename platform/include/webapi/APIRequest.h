@@ -12,7 +12,8 @@ namespace KIVO {
 /// A further test of a parameter's value, besides its type; null for none. False makes the parameter invalid.
 using APIParameterTest = bool (*)(const Json::Value& value);
 
-/// One request to an API method: its parameters and on whose behalf it was sent. Lives for that request.
+/// One request to an API method: its parameters and on whose behalf it was sent. Lives for that request, on
+/// one thread.
 class KIVO_PUBLIC APIRequest {
 public:
     /// `parameters` is a JSON object, one member a parameter.

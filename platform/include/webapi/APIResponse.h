@@ -8,7 +8,8 @@
 
 namespace KIVO {
 
-/// The answer to one request. A handler sets it once; the server sends it.
+/// The answer to one request. A handler sets it once; the server sends it. For one thread
+/// at a time.
 class KIVO_PUBLIC APIResponse {
 public:
     enum class State { Unset, Success, Error };

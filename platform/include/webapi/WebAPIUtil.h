@@ -10,7 +10,7 @@ namespace KIVO {
 
 class KIVO_PUBLIC WebAPIUtil {
 public:
-    /// The JSON value that the text holds, or null when it is not valid JSON.
+    /// The JSON value that the text holds, or null when it is not valid JSON. Safe on any thread.
     static Json::Value ParseJson(const std::string& text);
 };
 
