@@ -3,16 +3,31 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "kivocore/list.h"
 #include "platform/kivocore/ErrorState.h"
+
+namespace {
+
+/// Room for strings, which follow it one after the other: a list of hundreds needs a few of them.
+struct Texts {
+    Texts* next;
+    size_t size;
+    size_t used;
+
+    char* End() { return reinterpret_cast<char*>(this + 1) + used; }
+};
+
+}  // namespace
 
 /// The head of the block; the pointers to the strings follow it.
 struct alignas(char*) KLIBCSzList {
     int size;
     int capacity;
+    Texts* texts;
 
-    char** Items() { return reinterpret_cast<char**>(this + 1); }
+    const char** Items() { return reinterpret_cast<const char**>(this + 1); }
     const char* const* Items() const { return reinterpret_cast<const char* const*>(this + 1); }
 };
 
@@ -42,6 +57,25 @@ bool Grow(KLIBCSzList** list) {
     return true;
 }
 
+/// A copy of the text in the list's room, or null when memory is short.
+const char* Keep(KLIBCSzList& list, const char* text) {
+    constexpr size_t kRoom = 16000;
+    const size_t size = strlen(text) + 1;
+    if (list.texts == nullptr || list.texts->size - list.texts->used < size) {
+        const size_t room = std::max(size, kRoom);
+        auto* texts = static_cast<Texts*>(malloc(sizeof(Texts) + room));
+        if (texts == nullptr) {
+            return nullptr;
+        }
+        *texts = {list.texts, room, 0};
+        list.texts = texts;
+    }
+    char* copy = list.texts->End();
+    memcpy(copy, text, size);
+    list.texts->used += size;
+    return copy;
+}
+
 }  // namespace
 
 KLIBCSzList* KLIBCSzListAlloc(int capacity) {
@@ -55,6 +89,7 @@ KLIBCSzList* KLIBCSzListAlloc(int capacity) {
         return nullptr;
     }
     list->size = 0;
+    list->texts = nullptr;
     return list;
 }
 
@@ -67,7 +102,7 @@ int KLIBCSzListPush(KLIBCSzList** list, const char* text) {
         SET_LAST_ERROR(OutOfMemory);
         return -1;
     }
-    char* copy = strdup(text);
+    const char* copy = Keep(**list, text);
     if (copy == nullptr) {
         SET_LAST_ERROR(OutOfMemory);
         return -1;
@@ -92,8 +127,8 @@ int KLIBCSzListFind(const KLIBCSzList* list, const char* text) {
 }
 
 void KLIBCSzListFree(KLIBCSzList* list) {
-    for (int index = 0; index < KLIBCSzListSize(list); ++index) {
-        free(list->Items()[index]);
+    while (list != nullptr && list->texts != nullptr) {
+        free(std::exchange(list->texts, list->texts->next));
     }
     free(list);
 }
