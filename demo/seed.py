@@ -283,9 +283,10 @@ def print_links(root: Path, host: Path, port: int) -> None:
     print("Sign in as:")
     for name, user in users.items():
         role = "administrator" if "administrators" in user["groups"] else "user"
-        link = subprocess.run([host, "--root", root, "sign-in", name, "--url", address], check=True, text=True, stdout=subprocess.PIPE)
-        print(f"  {name:6} {role:14} {user['language']}  {link.stdout.strip()}")
-    print(f"The links work for 15 minutes. Another one: {host} --root {shlex.quote(str(root))} sign-in USER --url {address}")
+        link = subprocess.check_output([host, "--root", root, "sign-in", name, "--url", address], text=True)
+        print(f"  {name:6} {role:14} {user['language']}  {link.strip()}")
+    print("The links work for 15 minutes. Another one:",
+          f"{host} --root {shlex.quote(str(root))} sign-in USER --url {address}")
     token = next(iter(users.values()))["token"]
     print("Or ask from the command line:")
     print(f"  ROOT={shlex.quote(str(root))} TOKEN={token}")
@@ -310,7 +311,7 @@ def main() -> None:
                         help="the account whose group may read the users file, which holds tokens (default: nobody)")
     parser.add_argument("--tool", metavar="FILE", type=Path, help="the notification_utils program to link into it")
     parser.add_argument("--links", metavar=("HOST", "PORT"), nargs=2,
-                        help="have the webapi-host program HOST make the users' sign-in links for this port, and print them")
+                        help="print the users' sign-in links for this port, which the webapi-host program HOST makes")
     arguments = parser.parse_args()
     root = Path(os.path.abspath(arguments.root))
 

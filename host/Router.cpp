@@ -23,6 +23,7 @@ namespace {
 
 constexpr std::string_view kApiPrefix = "/webapi/";
 constexpr std::string_view kSessionPath = "/session";
+constexpr std::string_view kNotFoundPage = "/404.html";
 
 /// The page asks nothing from any other origin and makes no script out of a text, and no other page may frame
 /// it.
@@ -99,6 +100,12 @@ void RequireJson(const HttpRequest& request) {
     if (request.isBodyTooLarge) {
         throw Refusal(413, "The body is larger than " + std::to_string(kBodyLimit / 1024) + " KiB.");
     }
+}
+
+/// Whether a browser wants to show what is at the path, which none of the paths for programs is.
+bool IsForReading(const HttpRequest& request) {
+    return request.method == "GET" && request.path != kSessionPath && !request.path.starts_with(kApiPrefix) &&
+           request.Header("Accept").find("text/html") != std::string_view::npos;
 }
 
 Json::Value DescribeSession(const Caller& caller) {
@@ -229,9 +236,14 @@ void Router::CheckHost(std::string_view host) const {
 }
 
 HttpAnswer Router::Route(const HttpRequest& request) const {
-    if (const auto file = m_page.find(request.path); file != m_page.end()) {
+    auto file = m_page.find(request.path);
+    const unsigned status = file == m_page.end() ? 404 : 200;
+    if (status == 404 && IsForReading(request)) {
+        file = m_page.find(kNotFoundPage);
+    }
+    if (file != m_page.end()) {
         RequireMethod(request, {"GET", "HEAD"}, "GET, HEAD");
-        return MakeAnswer(200,
+        return MakeAnswer(status,
                           {{"Content-Type", file->second.type},
                            {"Cache-Control", "no-cache"},
                            {"Content-Security-Policy", kContentSecurityPolicy},

@@ -28,6 +28,8 @@ export class Centre {
   #typing = 0;
   #countdown = 0;
   #end = new AbortController();
+  // The hidden kinds are there for whoever looks for them, not to be told of.
+  #isNew = item => this.#seen.isNew(item) && !this.#notifications.isHidden(item);
   // Requests go one after the other, so that each finds the state that the one before it left.
   #turn = Promise.resolve();
 
@@ -99,11 +101,12 @@ export class Centre {
       this.#attempt(() => this.#deleteAll());
     });
     on('show-keys', 'click', () => this.#showDialog('keys'));
+    on('close-keys', 'click', () => byId('keys').close());
     on('everything', 'click', () => this.#choose(NO_FILTER));
     listen(byId('empty').querySelector('button'), 'click', () => this.#choose(NO_FILTER));
     listen(byId('trouble').querySelector('button'), 'click', () => this.#watch.now());
     listen(byId('news').querySelector('button'), 'click', () =>
-      this.#see(this.#notifications.matching().filter(item => this.#seen.isNew(item))));
+      this.#see(this.#notifications.matching().filter(this.#isNew)));
     on('news-above', 'click', () => this.#list.focusNews());
     listen(byId('search-progress').querySelector('button'), 'click', () => {
       this.#notifications.isStopped = true;
@@ -236,7 +239,7 @@ export class Centre {
     if (arrived.length === 0)
       return;
     byId('live').textContent = say('arrived', {COUNT: arrived.length});
-    const heard = arrived.filter(({label}) => this.#notifications.texts.isOn(label));
+    const heard = arrived.filter(item => this.#notifications.texts.isOn(item.label) && !this.#notifications.isHidden(item));
     this.#desktop.raise(
       heard.map(({text, parameters, label, hasText, key}) =>
         ({title: label || say('heading'), body: hasText ? fillIsolated(text, parameters) : text, key})),
@@ -338,9 +341,9 @@ export class Centre {
       return;
     const notifications = this.#notifications;
     this.#list.draw(foldRepeats(notifications.matching().slice(0, notifications.wanted)), {
-      isNew: item => this.#seen.isNew(item), isHidden: item => notifications.isHidden(item),
+      isNew: this.#isNew, isHidden: item => notifications.isHidden(item),
     });
-    draw({notifications, seen: this.#seen, desktop: this.#desktop, isSearching: this.#isSearching});
+    draw({notifications, isNew: this.#isNew, desktop: this.#desktop, isSearching: this.#isSearching});
     drawNewsAbove(this.#list.newsAbove);
   }
 }

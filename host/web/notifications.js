@@ -5,7 +5,7 @@ export const PAGE = 30;
 export const NO_FILTER = {category: null, level: null, search: ''};
 
 // Up to here all are read, after the first page, so that the counts are whole and a filter is quick.
-const FEW = 1000;
+const FEW = 5000;
 // Beyond, a filter may have to look far back: in steps that are few, and the first of them quick.
 const SMALLEST_STEP = 500;
 const LARGEST_STEP = 8000;

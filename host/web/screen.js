@@ -1,7 +1,7 @@
 // What is shown around the list: the page's words, its counts, its filters, and what is wrong.
 import {Refused, Unreachable} from './api.js';
 import {LEVELS, OTHER} from './text.js';
-import {tagOf, wordsIn} from './words.js';
+import {tagOf, translate, wordsIn} from './words.js';
 
 const VIEWS = ['loading', 'sign-in', 'failed', 'content'];
 const WITH_CENTRE = ['skip', 'tools', 'filters'];
@@ -16,15 +16,7 @@ let filters = [];    // the buttons, each with what it filters by
 
 export function speak(language) {
   words = wordsIn(language);
-  document.documentElement.lang = words.tag;
-  for (const [attribute, put] of [
-    ['word', (element, text) => element.textContent = text],
-    ['word-label', (element, text) => element.ariaLabel = text],
-    ['word-placeholder', (element, text) => element.placeholder = text],
-  ]) {
-    for (const element of document.querySelectorAll(`[data-${attribute}]`))
-      put(element, say(element.getAttribute(`data-${attribute}`)));
-  }
+  translate(words);
   document.title = say('heading');
   byId('list').lang = byId('categories').lang = tagOf(language);
 }
@@ -101,11 +93,10 @@ export function drawFilters(texts, choose) {
 }
 
 // Everything but the rows themselves.
-export function draw({notifications, seen, desktop, isSearching}) {
+export function draw({notifications, isNew, desktop, isSearching}) {
   const {items, total, wanted, filter, isFiltered, isComplete} = notifications;
   const found = notifications.matching();
   const shown = Math.min(found.length, wanted);
-  const isNew = item => seen.isNew(item);
 
   drawCounts();
   drawNews();

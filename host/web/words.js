@@ -24,6 +24,19 @@ export function wordsIn(language) {
   };
 }
 
+// Puts the words in all elements that ask for one.
+export function translate({tag, say}) {
+  document.documentElement.lang = tag;
+  for (const [attribute, put] of [
+    ['word', (element, text) => element.textContent = text],
+    ['word-label', (element, text) => element.ariaLabel = text],
+    ['word-placeholder', (element, text) => element.placeholder = text],
+  ]) {
+    for (const element of document.querySelectorAll(`[data-${attribute}]`))
+      put(element, say(element.getAttribute(`data-${attribute}`)));
+  }
+}
+
 // The BCP 47 tag of a UI language: as its words say, else as far as its three letters tell.
 export const tagOf = language => LANGUAGES[language]?.tag ?? Intl.getCanonicalLocales(language)[0];
 

@@ -96,7 +96,7 @@ it('texts are filled, read, labelled and searched, and times given in words that
 });
 
 it('news are told from what was there, by requests that are small as long as nothing else has changed', async () => {
-  const old = rows(3000, 'Note');
+  const old = rows(6000, 'Note');
   const late = row('Alarm', 100.5);
   const two = [row('Alarm', 1), row('Alarm', 2)];
   for (const [change, then, arrived, largest] of [

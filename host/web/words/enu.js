@@ -32,7 +32,7 @@ export const words = {
   toNotifications: 'To the notifications',
 
   filter: 'Filter',
-  everything: 'All notifications',
+  everything: 'All',
   level: 'Level',
   errorsOnly: 'Errors',
   warningsOnly: 'Warnings',

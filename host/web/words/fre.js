@@ -32,7 +32,7 @@ export const words = {
   toNotifications: 'Vers les notifications',
 
   filter: 'Filtre',
-  everything: 'Toutes les notifications',
+  everything: 'Toutes',
   level: 'Niveau',
   errorsOnly: 'Erreurs',
   warningsOnly: 'Avertissements',

@@ -32,7 +32,7 @@ export const words = {
   toNotifications: 'Zu den Benachrichtigungen',
 
   filter: 'Filter',
-  everything: 'Alle Benachrichtigungen',
+  everything: 'Alle',
   level: 'Stufe',
   errorsOnly: 'Fehler',
   warningsOnly: 'Warnungen',
@@ -40,7 +40,7 @@ export const words = {
   categories: 'Kategorien',
   other: 'Andere',
   silent: 'keine Desktop-Benachrichtigungen',
-  silentNote: 'Eine Kategorie mit diesem Zeichen löst keine Desktop-Benachrichtigungen aus. Das legen Sie in den Benachrichtigungseinstellungen des Geräts fest.',
+  silentNote: 'Eine Kategorie mit diesem Zeichen löst keine Desktop-Benachrichtigungen aus. Das legen Sie in den Einstellungen des Geräts fest.',
   search: 'Suchen',
 
   desktop: 'Desktop-Benachrichtigungen',

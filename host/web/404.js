@@ -1,0 +1,3 @@
+import {languageFor, translate, wordsIn} from './words.js';
+
+translate(wordsIn(languageFor(navigator.languages)));
