@@ -23,7 +23,9 @@ using Database = std::unique_ptr<sqlite3, decltype(&nexnotifyDbClose)>;
 
 Database Open() {
     sqlite3* database = nullptr;
-    nexnotifyDbOpen(&database);
+    if (nexnotifyDbOpen(&database) != 0) {
+        throw std::runtime_error("The database does not open.");
+    }
     return {database, &nexnotifyDbClose};
 }
 

@@ -2,10 +2,11 @@
 
 #include <json/value.h>
 
+#include <memory_resource>
 #include <string>
-#include <unordered_set>
 
 #include "module/NEXNotifyAPI.h"
+#include "notify/EnabledTags.h"
 
 namespace KIVO::NEXNotify {
 
@@ -31,8 +32,8 @@ public:
     static int readDbToJson(void* array, int columnCount, char** columnTexts, char** columnNames);
 
     /// The tags that the appliance knows: the section names of the English catalogue, none when it cannot be
-    /// read.
-    std::unordered_set<std::string> getEnabledNotificationList() const;
+    /// read. The set takes its memory from the resource.
+    EnabledTags getEnabledNotificationList(std::pmr::memory_resource& memory) const;
 
     /// Whether the login user may see the notification.
     bool HasPrivilege(const Json::Value& notification) const;

@@ -1,7 +1,6 @@
 #include "notify/TagFilter.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "module/Paths.h"
 #include "notify/Notify.h"
@@ -22,7 +21,7 @@ constexpr std::size_t kEntrySize = 128;
 }  // namespace
 
 TagFilter::TagFilter(const Notify& notify, bool all)
-    : m_notify(notify), m_all(all), m_enabled(notify.getEnabledNotificationList()) {
+    : m_notify(notify), m_all(all), m_enabled(notify.getEnabledNotificationList(m_memory)) {
     m_decided.max_load_factor(0.25F);  // one look-up a row: the fewer steps, the better
 }
 
@@ -30,30 +29,29 @@ bool TagFilter::Lists(std::string_view tag) {
     if (const auto decided = m_decided.find(tag); decided != m_decided.end()) {
         return decided->second;
     }
-    std::string newTag(tag);
-    const bool isListed = Decide(newTag);
-    const std::size_t size = newTag.size() + kEntrySize;
+    const bool isListed = Decide(tag);
+    const std::size_t size = tag.size() + kEntrySize;
     if (m_decidedSize + size <= kMostDecided) {
-        m_decided.emplace(std::move(newTag), isListed);
+        m_decided.emplace(tag, isListed);
         m_decidedSize += size;
     }
     return isListed;
 }
 
-bool TagFilter::Decide(const std::string& tag) {
+bool TagFilter::Decide(std::string_view tag) {
     // A tag with a colon is of the desktop itself, which no catalogue describes.
-    if (tag.find(':') == std::string::npos && !m_enabled.contains(tag)) {
+    if (tag.find(':') == tag.npos && !m_enabled.contains(tag)) {
         return false;
     }
     if (m_all) {
         return true;
     }
-    m_notification["title"] = tag;
+    m_notification["title"] = Json::Value(tag.data(), tag.data() + tag.size());
     return m_notify.HasPrivilege(m_notification);
 }
 
-std::unordered_set<std::string> Notify::getEnabledNotificationList() const {
-    std::unordered_set<std::string> tags;
+EnabledTags Notify::getEnabledNotificationList(std::pmr::memory_resource& memory) const {
+    EnabledTags tags(&memory);
     StringList sections;
     if (!sections) {
         return tags;
@@ -61,7 +59,7 @@ std::unordered_set<std::string> Notify::getEnabledNotificationList() const {
     const int count = sections.AddSections(Paths::MailsCatalogue(Paths::kEnglish));
     tags.reserve(static_cast<std::size_t>(std::max(count, 0)));
     for (int i = 0; i < count; ++i) {
-        tags.insert(sections[i]);
+        tags.emplace(sections[i]);
     }
     return tags;
 }

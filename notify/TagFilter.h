@@ -4,10 +4,12 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory_resource>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
+
+#include "notify/EnabledTags.h"
 
 namespace KIVO::NEXNotify {
 
@@ -25,20 +27,16 @@ public:
     [[nodiscard]] bool Lists(std::string_view tag);
 
 private:
-    /// Lets tags be looked up by a view of them.
-    struct HashText {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
-    };
-
-    bool Decide(const std::string& tag);
+    bool Decide(std::string_view tag);
 
     const Notify& m_notify;
     bool m_all;
-    std::unordered_set<std::string> m_enabled;
+    /// Of the tags: hundreds are taken in and released together in each request.
+    std::pmr::monotonic_buffer_resource m_memory;
+    EnabledTags m_enabled;
     /// What is asked about; only its title changes.
     Json::Value m_notification;
-    std::unordered_map<std::string, bool, HashText, std::equal_to<>> m_decided;
+    std::pmr::unordered_map<std::pmr::string, bool, HashText, std::equal_to<>> m_decided{&m_memory};
     std::size_t m_decidedSize = 0;
 };
 

@@ -2,8 +2,8 @@
 
 #include "kivocore/Export.h"
 
-/// A growing list of strings, kept in one block that moves when it grows: functions that add to a list take
-/// the address of its handle. A list is for one thread at a time.
+/// A growing list of strings. Functions that add to a list take the address of its handle, which they may
+/// replace; a string may move when another is added.
 struct KLIBCSzList;
 
 extern "C" {
@@ -12,7 +12,7 @@ extern "C" {
 /// The caller releases it with KLIBCSzListFree.
 [[nodiscard]] KIVO_PUBLIC KLIBCSzList* KLIBCSzListAlloc(int capacity);
 
-/// Appends a copy of `text`, replacing `*list` when it must grow. 0, or -1 when memory is short: the list is
+/// Appends a copy of `text`. 0, or -1 when memory is short: the list is
 /// then as before.
 [[nodiscard]] KIVO_PUBLIC int KLIBCSzListPush(KLIBCSzList** list, const char* text);
 
