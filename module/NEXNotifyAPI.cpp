@@ -1,6 +1,5 @@
 #include "module/NEXNotifyAPI.h"
 
-#include <utility>
 
 namespace KIVO::NEXNotify {
 
@@ -22,10 +21,12 @@ void NEXNotifyAPIBase::Run() {
     }
 }
 
+// The signature is the one that derived classes override.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 Json::Value NEXNotifyAPIBase::FormError(std::string sec, std::string key, int line) {
     Json::Value error(Json::objectValue);
-    error["sec"] = std::move(sec);
-    error["key"] = std::move(key);
+    error["sec"] = sec;
+    error["key"] = key;
     if (line >= 0) {
         error["line"] = line;
     }

@@ -4,7 +4,6 @@
 
 #include <cassert>
 #include <cstdint>
-#include <utility>
 
 #include "module/JsonFile.h"
 #include "notify/Notify.h"
@@ -90,8 +89,7 @@ int Notify::readDbToJson(void* array, int columnCount, char** columnTexts, char*
         if (text != nullptr && !ParseJsonText(text, value)) {
             return 1;
         }
-        // Only a further column without a text needs the value once more.
-        static_cast<Json::Value*>(array)->append(column + 1 < columnCount ? value : std::move(value));
+        static_cast<Json::Value*>(array)->append(value);
     }
     return 0;
 }

@@ -152,6 +152,7 @@ int KLIBCExec(const char* path, const char* arg1, const char* arg2, const char* 
     const char* const arguments[] = {path, arg1, arg2, arg3, arg4, nullptr};
     std::vector<std::string> texts = MakeEnvironment();
     std::vector<char*> environment;
+    environment.reserve(texts.size() + 1);
     for (std::string& text : texts) {
         environment.push_back(text.data());
     }
