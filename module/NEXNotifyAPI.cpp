@@ -1,6 +1,5 @@
 #include "module/NEXNotifyAPI.h"
 
-
 namespace KIVO::NEXNotify {
 
 NEXNotifyAPIBase::NEXNotifyAPIBase(APIRequest* request, APIResponse* response)

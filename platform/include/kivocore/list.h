@@ -3,7 +3,7 @@
 #include "kivocore/Export.h"
 
 /// A growing list of strings. Functions that add to a list take the address of its handle, which they may
-/// replace; a string may move when another is added.
+/// replace; a string may move when another is added. A list is for one thread at a time.
 struct KLIBCSzList;
 
 extern "C" {
@@ -12,8 +12,7 @@ extern "C" {
 /// The caller releases it with KLIBCSzListFree.
 [[nodiscard]] KIVO_PUBLIC KLIBCSzList* KLIBCSzListAlloc(int capacity);
 
-/// Appends a copy of `text`. 0, or -1 when memory is short: the list is
-/// then as before.
+/// Appends a copy of `text`. 0, or -1 when memory is short: the list is then as before.
 [[nodiscard]] KIVO_PUBLIC int KLIBCSzListPush(KLIBCSzList** list, const char* text);
 
 /// The number of strings.
