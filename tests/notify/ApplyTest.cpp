@@ -15,6 +15,7 @@ TEST_F(Apply, DeletesTheUsersLinksAndNotesIt) {
     const long long shared = m_root.AddMessage({1026, 1027}, R"({"title": "Shared", "time": 1})", 1);
     m_root.AddMessage({1026}, R"({"title": "Own", "time": 2})", 2);
     EXPECT_EQ(Notify(kApply), "success: null");
+    EXPECT_EQ(ThePlatform().calls["nexnotifyDbRunSql:DELETE FROM 'nexnotify' WHERE uid = '1026';"], 1);
     EXPECT_EQ(m_root.Query("SELECT uid, message_id FROM nexnotify"),
               (std::vector<std::vector<Column>>{{"1027", std::to_string(shared)}}));
     EXPECT_EQ(m_root.Query("SELECT * FROM message").size(), 2U);

@@ -110,6 +110,8 @@ TEST_F(Load, RunsOneStatementHoweverMuchLiesInFrontOfThePage) {
 }
 
 TEST_F(Load, OrdersByTimestampAndReportsTheNewestTime) {
+    Add(R"({"title":"Known","time":-3})");
+    EXPECT_EQ(LoadData()["newestMsgTime"], Json::Value(0.0));
     Add(std::string(R"({"title":"Known","time":50})") + '\0' + "nobody reads on behind a NUL");
     Add(R"({"title":"Known","time":99.5})");
     Add(R"({"title":"Known","time":7})");

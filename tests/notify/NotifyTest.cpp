@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <stdexcept>
+#include <new>
 
 #include "tests/support/ModuleTest.h"
 
@@ -26,6 +26,7 @@ protected:
 
 TEST_F(NotifyRequest, AnswersWhatFailsBelow) {
     const std::string failed = "error 117: null";
+    const std::string notConverted = R"(error 117: {"key":"error_system","line":83,"sec":"common"})";
     const std::string empty = R"(success: {"items":[],"newestMsgTime":0,"total":0})";
     const std::string onlyTheOneWithColon =
         R"(success: {"items":[{"time":9,"title":"nexnotify:system_event"}],)"
@@ -35,9 +36,11 @@ TEST_F(NotifyRequest, AnswersWhatFailsBelow) {
         const char* failing;
         std::string answer;
         std::vector<std::string> log;
-        std::string close = "nexnotifyDbClose";
+        std::string calledOnce = "nexnotifyDbClose";
     };
-    for (const auto& [request, failing, answer, log, close] : {
+    for (const auto& [request, failing, answer, log, calledOnce] : {
+             Case{kLoad, "GetParam", notConverted, {}, "GetParam"},
+             Case{R"({"action":"load","offset":{}})", "", notConverted, {}, "GetLoginUserName"},
              Case{kLoad, "KIVOUserGetUGID", failed, {}, "nexnotifyDbClose:null"},
              Case{kLoad,
                   "nexnotifyDbOpen",
@@ -60,7 +63,7 @@ TEST_F(NotifyRequest, AnswersWhatFailsBelow) {
         LogLines().clear();
         EXPECT_EQ(Notify(request), answer);
         EXPECT_EQ(LoggedTexts(), log);
-        EXPECT_EQ(ThePlatform().calls[close], 1);
+        EXPECT_EQ(ThePlatform().calls[calledOnce], 1);
         EXPECT_EQ(ThePlatform().calls["KIVOLogSet1"], 0);
     }
     EXPECT_EQ(m_root.Query("SELECT * FROM nexnotify").size(), 2U);
@@ -79,7 +82,11 @@ TEST_F(NotifyRequest, NeedsTheSuperuserForWhatTouchesTheDatabase) {
     }
 }
 
-TEST_F(NotifyRequest, LetsNoExceptionOutAndNothingHeld) {
+TEST_F(NotifyRequest, LeavesNothingHeldWhenSomethingIsThrown) {
+    ThePlatform().fails = [](std::string_view operation) {
+        return operation == "KIVOSysNotifyIsAllow" ? throw 0 : false;
+    };
+    EXPECT_THROW(Notify(kLoad), int) << "which the server may know";
     for (const auto& [request, throwing] : {
              std::pair(kLoad, "nexnotifyDbOpen"),
              {kLoad, "nexnotifyDbRunSql"},
@@ -90,11 +97,11 @@ TEST_F(NotifyRequest, LetsNoExceptionOutAndNothingHeld) {
         SCOPED_TRACE(std::string(request) + throwing);
         ProcessIdentity() = {.euid = 65534, .egid = 65534};
         ThePlatform() = {.fails = [name = throwing](std::string_view operation) {
-            return operation == name ? throw std::runtime_error("from below") : false;
+            return operation == name ? throw std::bad_alloc() : false;
         }};
         LogLines().clear();
         EXPECT_EQ(Notify(request), "nothing");
-        EXPECT_EQ(LogLines(), (std::vector<LogLine>{{3, "NEXNotifyAPI.h:80 Fatal Error: from below"}}));
+        EXPECT_EQ(LogLines(), (std::vector<LogLine>{{3, "NEXNotifyAPI.h:80 Fatal Error: std::bad_alloc"}}));
         EXPECT_EQ(ProcessIdentity().euid, 65534U);
         EXPECT_EQ(ProcessIdentity().egid, 65534U);
         EXPECT_EQ(ThePlatform().held, 0);

@@ -241,6 +241,15 @@ std::string KIVO::APIRequest::GetUILanguage() {
                                   : Real<TextOfRequest>("_ZN4KIVO10APIRequest13GetUILanguageB5cxx11Ev")(this);
 }
 
+Json::Value KIVO::APIRequest::GetParam(const std::string& name, const Json::Value& defaultValue) {
+    using Function = Json::Value(APIRequest*, const std::string&, const Json::Value&);
+    return Fails("GetParam")
+               ? throw std::runtime_error("from the framework")
+               : Real<Function>(
+                     "_ZN4KIVO10APIRequest8GetParamERKNSt7__cxx1112basic_stringIcSt11char_traitsIcE"
+                     "SaIcEEERKN4Json5ValueE")(this, name, defaultValue);
+}
+
 bool KIVO::APIRequest::IsAdmin() {
     return !Fails("IsAdmin") && Real<bool(APIRequest*)>("_ZN4KIVO10APIRequest7IsAdminEv")(this);
 }
