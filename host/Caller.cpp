@@ -34,7 +34,8 @@ Caller ToCaller(const Appliance::Users::value_type& user) {
 
 std::string ToHex(const std::string& text) {
     std::string hex;
-    for (const unsigned char byte : text) {
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
         hex += "0123456789abcdef"[byte / 16];
         hex += "0123456789abcdef"[byte % 16];
     }

@@ -98,7 +98,7 @@ Response MakeResponse(HttpAnswer answer) {
     if (!response) {
         throw std::bad_alloc();
     }
-    body.release();
+    static_cast<void>(body.release());
     for (const auto& [name, value] : answer.headers) {
         if (MHD_add_response_header(response.get(), name, value) != MHD_YES) {
             throw std::bad_alloc();
