@@ -23,7 +23,8 @@ const Host::Module& TheModule() {
 /// What the process holds after its first small request.
 std::size_t HeldAtFirst() {
     static const std::size_t held = [] {
-        const std::string root = std::getenv("KIVO_ROOT");
+        const char* const current = std::getenv("KIVO_ROOT");
+        const std::string root = current != nullptr ? current : "";
         UseAppliance(500, 100);
         const Request request("KIVO.Core.NEXNotify/1/notify", R"({"action":"load","limit":30})");
         const MemoryUse use = CountMemory([&] { request.Ask(); });

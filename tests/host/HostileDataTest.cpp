@@ -312,9 +312,10 @@ TEST_F(HostileDataTest, AUsersFileThatIsBeingRewrittenSignsNobodyOut) {
     const std::jthread writer([&](const std::stop_token& stop) {
         while (!stop.stop_requested()) {
             std::ofstream file(m_root.Path("/etc/kivo/users.json"), std::ios::trunc);
-            file << users.substr(0, users.size() / 2) << std::flush;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            file << users.substr(users.size() / 2);
+            for (const auto& half : {users.substr(0, users.size() / 2), users.substr(users.size() / 2)}) {
+                file << half << std::flush;
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
         }
     });
     for (int i = 0; i < 500; ++i) {
