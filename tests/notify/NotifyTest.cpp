@@ -102,6 +102,7 @@ TEST_F(NotifyRequest, LeavesNothingHeldWhenSomethingIsThrown) {
         LogLines().clear();
         EXPECT_EQ(Notify(request), "nothing");
         EXPECT_EQ(LogLines(), (std::vector<LogLine>{{3, "NEXNotifyAPI.h:80 Fatal Error: std::bad_alloc"}}));
+        EXPECT_EQ(ThePlatform().calls[throwing], 1) << "which ends the work";
         EXPECT_EQ(ProcessIdentity().euid, 65534U);
         EXPECT_EQ(ProcessIdentity().egid, 65534U);
         EXPECT_EQ(ThePlatform().held, 0);
