@@ -278,7 +278,7 @@ it('the language changes texts, categories and the page’s own words, and is re
 it('what is new is noticed by a small request, counted, announced and marked until it is seen', as('alice', async page => {
   const {requests} = page.context();
   requests.length = 0;
-  await Promise.all([page.waitForResponse(/notify/), page.clock.fastForward(LOOK_MS)]);
+  await Promise.all([page.waitForRequest(/notify/), page.clock.fastForward(LOOK_MS)]);
   assert.deepEqual(requests.filter(({action}) => action).map(({action, limit}) => [action, limit]), [['load', 1]]);
 
   const alarm = await arrives(page, 'alice', 'Alarm in Tower', 'LabAlarm', 'ROOM=Tower', 'VALUE=3');
