@@ -71,6 +71,7 @@ TEST_F(CategorySettings, ShowsTheCategoriesOfApplicationsThatTheUserMayUse) {
     const std::string backup = R"(Backup/Backup/KIVO.App.Backup/["KIVO.App.Backup"]="on" )";
     EXPECT_EQ(Rows("bob"), system + backup + "2");
     EXPECT_EQ(ThePlatform().calls["KLIBAppPrivUserHas:KIVO.App.Video"], 1);
+    EXPECT_EQ(ThePlatform().calls["KLIBGroupIsAdminGroupMem"], 1);
     EXPECT_EQ(Rows("carol"), system + "1");
     EXPECT_EQ(Rows("nobody-knows"), system + "1");
     EXPECT_EQ(Rows("alice"), system + backup + R"(Video/Video/KIVO.App.Video/["KIVO.App.Video"]="on" )" +

@@ -25,10 +25,10 @@ protected:
         }
     }
 
-    /// The answer to `load` with these further parameters.
+    /// The answer to `load` with these further parameters, in a language that has no catalogue.
     static Json::Value LoadData(const std::string& parameters = "", const std::string& user = "bob") {
         const APIResponse response =
-            Ask("KIVO.Core.NEXNotify", "notify", R"({"action":"load")" + parameters + "}", user);
+            Ask("KIVO.Core.NEXNotify", "notify", R"({"action":"load")" + parameters + "}", user, "ger");
         EXPECT_EQ(response.GetState(), APIResponse::State::Success);
         return response.GetData();
     }

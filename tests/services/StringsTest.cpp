@@ -54,6 +54,10 @@ TEST_F(Strings, DescribeEveryTagThatHasAText) {
         m_root.Write(kCategoryFile, document);
         EXPECT_EQ(Get(), "success: null") << document;
     }
+    m_root.Write(kCategoryFile, R"({"All":[{"name":""},{}]})");
+    ThePlatform() = {};
+    EXPECT_EQ(Get(), "success: null");
+    EXPECT_EQ(ThePlatform().calls["KIVONotifyStringGetByFp"], 0) << "an empty name is none to look up";
     EXPECT_EQ(LogLines(), std::vector<LogLine>{});
 }
 
