@@ -1,7 +1,7 @@
 #pragma once
 
-// Where the module's files lie: the only place that spells a path. Paths.cpp gives the appliance's own
-// absolute paths; a build for other machines links its own definitions of the same functions.
+// Where the module's files lie: the module's only place that spells a path. Paths.cpp gives the appliance's
+// own absolute paths; a build for other machines links its own definitions of the same functions.
 
 #include <string>
 

@@ -15,7 +15,7 @@ struct HashText {
     std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
 };
 
-/// The tags of the notifications that the appliance knows.
+/// The tags of the notifications that are enabled on the appliance.
 using EnabledTags = std::pmr::unordered_set<std::pmr::string, HashText, std::equal_to<>>;
 
 }  // namespace KIVO::NEXNotify

@@ -31,8 +31,8 @@ public:
     /// Throws when memory is short, so SQLite must not be its direct caller.
     static int readDbToJson(void* array, int columnCount, char** columnTexts, char** columnNames);
 
-    /// The tags that the appliance knows: the section names of the English catalogue, none when it cannot be
-    /// read. The set takes its memory from the resource.
+    /// The enabled tags: the section names of the English catalogue, none when it cannot be read. The set
+    /// takes its memory from the resource.
     EnabledTags getEnabledNotificationList(std::pmr::memory_resource& memory) const;
 
     /// Whether the login user may see the notification.

@@ -15,8 +15,8 @@ namespace {
 /// Of tags that are remembered, in bytes. An appliance has far fewer, but a stored title can be anything, and
 /// another one in each row.
 constexpr std::size_t kMostDecided = std::size_t{2} * 1024 * 1024;
-/// Of one of them beside its text: its node and its buckets.
-constexpr std::size_t kEntrySize = 128;
+/// Of one of them beside its text: its node, its buckets, and those that it had when there were fewer.
+constexpr std::size_t kEntrySize = 192;
 
 }  // namespace
 
