@@ -6,7 +6,6 @@ import configparser
 import datetime
 import json
 import os
-import pwd
 import random
 import re
 import secrets
@@ -22,7 +21,6 @@ from pathlib import Path
 from typing import NamedTuple
 
 DEMO = Path(__file__).resolve().parent
-SCHEMA = DEMO.parent / "platform/sysnotify/schema.sql"
 
 # Tells a folder that this script made, and may replace, from all others.
 MARKER = ".kivo-demo-appliance"
@@ -183,10 +181,7 @@ def notifications(catalogue: configparser.ConfigParser, now: int) -> list[Notifi
 
 
 def write_database(path: Path, stored: list[Notification], uids: dict[str, int]) -> None:
-    path.parent.mkdir(parents=True)
-    path.touch(mode=0o600)
     connection = sqlite3.connect(path)
-    connection.executescript(SCHEMA.read_text(encoding="utf-8"))
     with connection:
         for item in stored:
             content = None if item.content is None else json.dumps(item.content, ensure_ascii=False)
@@ -207,26 +202,20 @@ def copy(source: Path, target: Path) -> None:
         shutil.copyfile(source, target)
 
 
-def build(root: Path, account: str, now: int) -> None:
-    """Builds an appliance, without its tool, in the existing empty folder."""
+def build(root: Path, host: Path, account: str, now: int) -> None:
+    """Builds an appliance in the existing empty folder."""
+    subprocess.run([host, "--root", root, "--account", account, "init", "--catalogues", DEMO / "catalogues"],
+                   check=True, stdout=subprocess.DEVNULL)
     document = json.loads((DEMO / "users.json").read_text(encoding="utf-8"))
     users = document["users"]
     for user in users.values():
         user["token"] = secrets.token_urlsafe(24)
 
-    for source, target in (("catalogues", "var/cache/texts"),
-                           ("settings", "etc/kivo/settings"),
+    for source, target in (("settings", "etc/kivo/settings"),
                            ("mail_templates", "usr/kivo/etc/notification/mails"),
                            ("package_config", "usr/local/share/notification/config")):
         copy(DEMO / source, root / target)
-    (root / TOOL).parent.mkdir()
-    (root / "var/log/kivo").mkdir(parents=True)
-
-    users_file = root / USERS
-    users_file.write_text(json.dumps(document, indent=4) + "\n", encoding="utf-8")
-    if os.geteuid() == 0:
-        os.chown(users_file, -1, pwd.getpwnam(account).pw_gid)
-    users_file.chmod(0o640)
+    (root / USERS).write_text(json.dumps(document, indent=4) + "\n", encoding="utf-8")
 
     stored = notifications(read_catalogue(DEMO / "catalogues/enu/mails"), now)
     write_database(root / DATABASE, stored, {name: user["uid"] for name, user in users.items()})
@@ -250,7 +239,7 @@ def is_appliance(root: Path) -> bool:
     return False
 
 
-def seed(root: Path, fresh: bool, account: str, now: int) -> bool:
+def seed(root: Path, host: Path, fresh: bool, account: str, now: int) -> bool:
     """Makes the appliance, or with `fresh` makes it anew. Returns whether it did: without `fresh`, one that is there
     stays as it is. It is built beside its place and moved there when complete."""
     there = is_appliance(root)
@@ -261,7 +250,7 @@ def seed(root: Path, fresh: bool, account: str, now: int) -> bool:
     with tempfile.TemporaryDirectory(dir=root.parent, prefix=f".{root.name}-") as staging:
         new = Path(staging, "new")
         new.mkdir()
-        build(new, account, now)
+        build(new, host, account, now)
         if there:
             root.rename(Path(staging, "old"))
         new.rename(root)
@@ -294,35 +283,25 @@ def print_links(root: Path, host: Path, port: int) -> None:
           f"{address}/webapi/KIVO.Core.NEXNotify/1/notify", flush=True)
 
 
-def account_name(text: str) -> str:
-    try:
-        pwd.getpwnam(text)
-    except KeyError:
-        raise argparse.ArgumentTypeError(f"there is no account {text}") from None
-    return text
-
-
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("host", metavar="HOST", type=Path,
+                        help="the webapi-host program, which makes the appliance, with its tools beside it")
     parser.add_argument("root", metavar="ROOT", type=Path, help="the appliance's root folder")
     parser.add_argument("--fresh", action="store_true",
                         help="replace the demo appliance at ROOT; without it, one that is there stays as it is")
-    parser.add_argument("--account", metavar="NAME", type=account_name, default="nobody",
+    parser.add_argument("--account", metavar="NAME", default="nobody",
                         help="the account whose group may read the users file, which holds tokens (default: nobody)")
-    parser.add_argument("--tool", metavar="FILE", type=Path, help="the notification_utils program to link into it")
-    parser.add_argument("--links", metavar=("HOST", "PORT"), nargs=2,
-                        help="print the users' sign-in links for this port, which the webapi-host program HOST makes")
+    parser.add_argument("--links", metavar="PORT", type=int, help="print the users' sign-in links for this port")
     arguments = parser.parse_args()
     root = Path(os.path.abspath(arguments.root))
 
     try:
-        if seed(root, arguments.fresh, arguments.account, int(time.time())):
+        if seed(root, arguments.host, arguments.fresh, arguments.account, int(time.time())):
             print(f"Seeded the demo appliance at {root}")
-        if arguments.tool:
-            link_tool(root, arguments.tool)
+        link_tool(root, arguments.host.with_name("notification_utils"))
         if arguments.links:
-            host, port = arguments.links
-            print_links(root, Path(host), int(port))
+            print_links(root, arguments.host, arguments.links)
     except (Refused, OSError, subprocess.CalledProcessError) as error:
         sys.exit(f"{parser.prog}: {error}")
 

@@ -18,6 +18,10 @@
 #include "host/Refusal.h"
 #include "host/Router.h"
 #include "host/Serve.h"
+#include "host/commands/Init.h"
+#include "host/commands/Layout.h"
+#include "host/commands/Users.h"
+#include "platform/kivocore/ApplianceRoot.h"
 #include "platform/kivocore/Json.h"
 #include "platform/kivocore/Users.h"
 #include "webapi/WebAPIUtil.h"
@@ -29,11 +33,6 @@ using namespace KIVO::Host;
 constexpr char kOwnAccount[] = "nexnotify";
 constexpr int kErrorAnswer = 1;
 constexpr int kWrongUsage = 2;
-
-/// The folder whose bin/ holds this program, with the module and the page beside it.
-std::filesystem::path InstallPrefix() {
-    return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
-}
 
 template <typename Row>
 void PrintRows(const char* title, std::span<const Row> rows) {
@@ -61,6 +60,18 @@ int Call(const Module& module, const Caller& caller, const std::string& address,
     return envelope["success"].asBool() ? EXIT_SUCCESS : kErrorAnswer;
 }
 
+/// Makes the folder for an appliance to be. The machine's own root has to be asked for by name.
+void MakeRoot(const std::string& root, bool isNamed) {
+    if (!isNamed && root == "/") {
+        throw WrongUse("Where to? Name the folder of the appliance with --root.");
+    }
+    std::error_code error;
+    std::filesystem::create_directories(root, error);
+    if (error) {
+        throw std::runtime_error("The folder " + root + " cannot be made: " + error.message() + ".");
+    }
+}
+
 /// Does what the command line says. The program's exit status.
 int Run(int argc, char* argv[]) {
     CLI::App app("Serves a web-API module of the appliance on this machine.");
@@ -68,11 +79,13 @@ int Run(int argc, char* argv[]) {
     app.fallthrough();
     app.get_formatter()->column_width(32);
 
-    std::string root = "/";
-    app.add_option("--root", root, "The folder below which the appliance's files lie")
-        ->envname("KIVO_ROOT")
-        ->check(CLI::ExistingDirectory)
-        ->option_text("DIR=/ (Env:KIVO_ROOT)");
+    app.set_version_flag("--version", "webapi-host " KIVO_VERSION, "Print the version and exit");
+
+    std::string root = KIVO::Appliance::Rooted("/");
+    const CLI::Option* const rootOption =
+        app.add_option("--root", root, "The folder below which the appliance's files lie")
+            ->envname("KIVO_ROOT")
+            ->option_text("DIR=" + root + " (Env:KIVO_ROOT)");
     std::string file = InstallPrefix() / "lib/dev/KIVO.Core.NEXNotify.so";
     app.add_option("--module", file, "The module")->type_name("FILE")->capture_default_str();
     // Other services may have nobody's rights too.
@@ -134,9 +147,23 @@ int Run(int argc, char* argv[]) {
 
     const CLI::App& list = *app.add_subcommand("list", "Lists the methods that the module serves and checks");
 
+    const Command init = AddInitCommand(app, accountName);
+    const Command commands[] = {init, AddUsersCommand(app)};
+
     try {
         app.parse(argc, argv);
+        if (init.subcommand->parsed()) {
+            MakeRoot(root, rootOption->count() > 0);
+        }
+        if (!std::filesystem::is_directory(root)) {
+            throw CLI::ValidationError("--root", "There is no folder " + root + ".");
+        }
         setenv("KIVO_ROOT", std::filesystem::canonical(root).c_str(), 1);
+        for (const Command& command : commands) {
+            if (command.subcommand->parsed()) {
+                return command.run();
+            }
+        }
         if (signIn.parsed()) {
             const auto expiry = std::chrono::system_clock::now() + kSignInTime;
             const auto code = MakeSignInCode(userName, std::chrono::system_clock::to_time_t(expiry));
@@ -195,6 +222,9 @@ int main(int argc, char* argv[]) {
     openlog("webapi-host", LOG_PID | LOG_PERROR, LOG_DAEMON);
     try {
         return Run(argc, argv);
+    } catch (const WrongUse& error) {
+        std::cerr << "webapi-host: " << error.what() << std::endl;
+        return kWrongUsage;
     } catch (const std::exception& error) {
         std::cerr << "webapi-host: " << error.what() << std::endl;
         return EXIT_FAILURE;

@@ -17,7 +17,7 @@ std::string Root() {
     // A program that runs with more rights than its caller must not take its files from where the caller
     // says.
     const char* variable = secure_getenv("KIVO_ROOT");
-    std::string root = variable != nullptr ? variable : "";
+    std::string root = variable != nullptr ? variable : KIVO_DEFAULT_ROOT;
     root.resize(root.find_last_not_of('/') + 1);
     return root;
 }

@@ -9,8 +9,9 @@
 
 namespace KIVO::Appliance {
 
-/// The folder below which the appliance's files lie, from the environment variable KIVO_ROOT without its
-/// trailing slashes; "" for the machine's own root. Asked anew on every call.
+/// The folder below which the appliance's files lie, from the environment variable KIVO_ROOT, or else the one
+/// that was chosen for the build, without its trailing slashes; "" for the machine's own root. Asked anew on
+/// every call.
 KIVO_PUBLIC std::string Root();
 
 /// The absolute path of the appliance, as a path of this machine.
@@ -18,6 +19,9 @@ KIVO_PUBLIC std::string Rooted(std::string_view absolutePath);
 
 /// The notification database's path on the appliance.
 inline constexpr std::string_view kDatabasePath = "/var/lib/kivo/nexnotify.db";
+
+/// The users file's, too.
+inline constexpr std::string_view kUsersPath = "/etc/kivo/users.json";
 
 /// True for a code of three lower-case letters.
 KIVO_PUBLIC bool IsLanguage(std::string_view code);

@@ -95,7 +95,7 @@ std::shared_ptr<const Users> ReadUsers(const Json::Value& document, const std::s
 class UsersCache {
 public:
     std::shared_ptr<const Users> Load() {
-        const std::string path = Rooted("/etc/kivo/users.json");
+        const std::string path = Rooted(kUsersPath);
         const std::scoped_lock lock(m_mutex);
         const std::optional<FileIdentity> identity = IdentifyFile(path);
         // On the other side of a fork too it starts with nothing: a token that was known before may have been

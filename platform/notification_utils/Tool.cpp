@@ -42,11 +42,15 @@ int Run(int argumentCount, const char* const* arguments) {
         ->expected(2, kMostValues)
         ->allow_extra_args(false)
         ->option_text("USER TAG [NAME=VALUE...]");
+    tool.set_version_flag("--version", "notification_utils " KIVO_VERSION, "Print the version and exit");
     tool.require_option(1);
     try {
         tool.parse(argumentCount, arguments);
     } catch (const CLI::CallForHelp&) {
         std::fputs(tool.help().c_str(), stdout);
+        return kSuccess;
+    } catch (const CLI::CallForVersion& version) {
+        std::printf("%s\n", version.what());
         return kSuccess;
     } catch (const CLI::ParseError& error) {
         return Report(std::string(error.what()) + "; see --help.", kWrongUsage);

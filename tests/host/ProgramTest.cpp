@@ -9,7 +9,7 @@
 namespace KIVO::Test {
 namespace {
 
-TEST_F(HostTest, CallAndListTellByTheirExitStatus) {
+TEST_F(HostTest, CommandsTellByTheirExitStatus) {
     struct Case {
         std::vector<std::string> arguments;
         int status;
@@ -31,6 +31,7 @@ TEST_F(HostTest, CallAndListTellByTheirExitStatus) {
         {{"sign-in", "carol"}, 2, "no user carol with a token of its own"},
         {{"list"}, 0, "Checked:\n  Test/2/checked\n"},
         {{"--help"}, 0, "Usage:"},
+        {{"--version"}, 0, "webapi-host " KIVO_VERSION},
         {{"--module", "/nowhere.so", "list"}, 1, "The module cannot be loaded: /nowhere.so"},
         {{"--module", "libkivocore.so.0", "list"}, 1, "The module cannot be loaded: /"},
         {{"--module", LIBKIVOCORE, "list"}, 1, "does not export GetAPITable"},
@@ -40,6 +41,26 @@ TEST_F(HostTest, CallAndListTellByTheirExitStatus) {
         {{"call", "--user", "bob", "--language", "ita", "Test/1/echo"}, 2, "has no language ita"},
         {{"--root", "/nowhere", "serve"}, 2, "--root"},
         {{"--account", "no such account", "serve"}, 2, "There is no account no such account"},
+        {{"users"}, 2, "A subcommand is required"},
+        {{"users", "add"}, 2, "name is required"},
+        {{"users", "add", "alice"}, 2, "There is a user alice already."},
+        {{"users", "add", "@all"}, 2, "\"@all\" is no name for a user: "},
+        {{"users", "add", "a/b"}, 2, "is no name for a user: "},
+        {{"users", "add", std::string(65, 'x')}, 2, "is no name for a user: "},
+        {{"users", "add", "zoe", "--group", "a b"}, 2, "\"a b\" is no name for a group: "},
+        {{"users", "add", "zoe", "--language", "fre"}, 2, "language \"fre\"; it has enu, ger."},
+        {{"users", "add", "zoe", "--app", "App"}, 2, "has a text of the application \"App\"."},
+        {{"users", "add", "zoe", "--hidden-tag", "Tap"}, 2, "No text catalogue has the tag \"Tap\"."},
+        {{"users", "add", "zoe", "--uid", "1027"}, 2, "The uid 1027 is that of the user bob."},
+        {{"users", "add", "zoe", "--uid", "0"}, 2, "--uid: Value 0 not in range"},
+        {{"users", "remove", "zoe"}, 2, "The appliance has no user zoe."},
+        {{"users", "token", "zoe"}, 2, "The appliance has no user zoe."},
+        {{"--root", "/dev/null", "users", "list"}, 2, "--root: There is no folder /dev/null."},
+        {{"--root", "/dev/null/x", "init"}, 1, "The folder /dev/null/x cannot be made: Not a directory."},
+        {{"init", "--catalogues", "/nowhere"},
+         2,
+         "There are no text catalogues, LANGUAGE/mails, in /nowhere."},
+        {{"init", "--account", "no such account"}, 2, "There is no account no such account"},
         {{"serve", "--port", "65536"}, 2, "--port"},
         {{"serve", "--workers", "0"}, 2, "--workers"},
         {{"serve", "--address", "0.0.0.0"}, 2, "0.0.0.0 is not a loopback address"},

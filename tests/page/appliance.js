@@ -34,7 +34,7 @@ export class Appliance {
       rmSync(this.#folder, {recursive: true});
     });
     chmodSync(this.#folder, 0o755);  // The host's account reads below it.
-    this.#run('', SEED, '--account', account, '--tool', NOTIFICATION_UTILS, this.root);
+    this.#run('', SEED, '--account', account, WEBAPI_HOST, this.root);
     this.users = JSON.parse(readFileSync(join(this.root, 'etc/kivo/users.json'))).users;
   }
 

@@ -1,0 +1,124 @@
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+
+#include "tests/host/HostTest.h"
+
+namespace KIVO::Test {
+namespace {
+
+namespace fs = std::filesystem;
+
+class CommandsTest : public HostTest {
+protected:
+    /// What the command prints, with the account nobody where this process can become it. Expects the status.
+    std::string Run(std::vector<std::string> arguments, int status = 0) {
+        arguments.insert(arguments.begin(), {"--root", m_appliance.string(), "--account",
+                                             CanTakeOnIds() ? "nobody" : "root", "--module", MODULE});
+        const auto host = Start(arguments);
+        std::string output = host->Read();
+        EXPECT_EQ(host->Wait(), status) << testing::PrintToString(arguments) << output << Log();
+        return output;
+    }
+
+    /// Every file below the appliance with its mode, owner, time and content or target.
+    std::map<std::string, std::string> Files() const {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : fs::recursive_directory_iterator(m_appliance)) {
+            struct stat status {};
+            lstat(entry.path().c_str(), &status);
+            std::ostringstream text;
+            text << std::oct << status.st_mode << ' ' << status.st_uid << ' ' << status.st_gid << ' '
+                 << status.st_mtim.tv_sec << ' ' << status.st_mtim.tv_nsec << ' ';
+            if (entry.is_regular_file()) {
+                text << std::ifstream(entry.path()).rdbuf();
+            }
+            files[entry.path().lexically_relative(m_appliance)] = text.str();
+        }
+        return files;
+    }
+
+    fs::path m_appliance = m_root.Folder() / "new/appliance";
+};
+
+TEST_F(CommandsTest, AnApplianceIsMadeAndUsedFromNothing) {
+    Run({"init"});
+    Run({"users", "add", "alice", "--administrator", "--language", "ger"});
+    Run({"users", "add", "bob", "--app", "KIVO.App.Sync", "--app", "KIVO.App.Backup", "--hidden-tag",
+         "LoginFailed"});
+    EXPECT_EQ(Run({"users", "list"}),
+              "NAME   UID   LANGUAGE  GROUPS                APPLICATIONS                   HIDDEN-TAGS\n"
+              "alice  1026  ger       administrators,users  -                              -\n"
+              "bob    1027  enu       users                 KIVO.App.Backup,KIVO.App.Sync  LoginFailed\n");
+    const auto before = Files();
+    EXPECT_EQ(Run({"init"}), "") << "All is there.";
+    EXPECT_EQ(Files(), before);
+
+    setenv("KIVO_ROOT", m_appliance.c_str(), 1);
+    const auto notify = [](const std::string& user) {
+        const std::string tool = NOTIFICATION_UTILS;
+        return std::system((tool + " --notify " + user + " VolumeFull VOLUME=Media").c_str());
+    };
+    EXPECT_EQ(notify("alice"), 0);
+    EXPECT_EQ(notify("bob"), 0);
+    const std::string link = Run({"sign-in", "alice"});
+    const std::string code = link.substr(link.find('=') + 1, link.size() - link.find('=') - 2);
+
+    Serve({"--workers", "1", "--account", CanTakeOnIds() ? "nobody" : "root", "--module", MODULE});
+    const HttpReply session = Send({.path = "/session", .body = R"({"code":")" + code + "\"}", .token = ""});
+    const std::string token = session.Envelope()["data"]["token"].asString();
+    const std::string notifyPath = "/webapi/KIVO.Core.NEXNotify/1/notify";
+    const HttpRequest load = {.path = notifyPath, .body = R"({"action":"load"})", .token = token};
+    EXPECT_EQ(Send(load).Envelope()["data"]["items"][0]["title"], "VolumeFull") << Log();
+
+    // A new token ends the old one; a user who comes after another does not get that one's notifications.
+    const std::string renewed = Run({"users", "token", "alice"});
+    EXPECT_EQ(Send(load).status, 401);
+    Run({"users", "remove", "bob"});
+    Run({"users", "add", "carol"});
+    std::string carols = Run({"users", "token", "carol"});
+    carols.pop_back();
+    const Json::Value none =
+        Send({.path = notifyPath, .body = R"({"action":"load"})", .token = carols}).Envelope();
+    EXPECT_EQ(none["data"]["total"], 0);
+}
+
+TEST_F(CommandsTest, TheUsersFileIsChangedAsAWholeOrNotAtAll) {
+    Run({"init"});
+    const auto file = [this] { return Files().at("etc/kivo/users.json"); };
+    const std::string rights = file().substr(0, 16);
+    EXPECT_EQ(rights, CanTakeOnIds() ? "100640 0 177776 " : rights);  // of root and of nobody's group
+
+    std::vector<std::unique_ptr<HostProcess>> all;
+    for (char name = 'a'; name < 'i'; ++name) {
+        all.push_back(Start({"--root", m_appliance, "users", "add", {name}}));
+    }
+    for (const auto& one : all) {
+        EXPECT_EQ(one->Wait(), 0);
+    }
+    const std::string list = Run({"users", "list"});
+    EXPECT_EQ(std::ranges::count(list, '\n'), 9) << list;
+    EXPECT_EQ(file().substr(0, 16), rights);
+
+    const std::string before = file();
+    m_prepare = [] {
+        signal(SIGXFSZ, SIG_IGN);
+        const rlimit full = {512, 512};
+        setrlimit(RLIMIT_FSIZE, &full);
+    };
+    Run({"users", "add", "zoe"}, 1);
+    EXPECT_TRUE(HasLogged("Cannot write " + m_appliance.string() + "/etc/kivo/users.json: File too large."));
+    m_prepare = {};
+    EXPECT_EQ(file(), before);
+    EXPECT_FALSE(fs::exists(m_appliance / "etc/kivo/users.json.new"));
+
+    std::ofstream(m_appliance / "etc/kivo/users.json") << "{\"users\": []";
+    Run({"users", "add", "zoe"}, 1);
+    EXPECT_TRUE(HasLogged("is no users file: Line 1, Column 13")) << Log();
+}
+
+}  // namespace
+}  // namespace KIVO::Test
