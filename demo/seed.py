@@ -58,6 +58,10 @@ WEIGHTS = {
     "VolumeAlmostFull": 3,
 }
 
+# What a server's own event sources tell of, and no appliance.
+SERVER_TAGS = {"UnitFailed", "DiskTrouble", "ArrayDegraded", "FileSystemFilling", "PackageUpdatesWaiting",
+               "BackupScriptFinished", "BackupScriptFailed"}
+
 # What fills a placeholder. One set of parameters serves every language, so the values are names and numbers.
 VALUES = {
     "ADDRESS": ["192.0.2.17", "192.0.2.140", "198.51.100.8", "203.0.113.25", "2001:db8::5:1"],
@@ -152,7 +156,7 @@ def notifications(catalogue: configparser.ConfigParser, now: int) -> list[Notifi
         content = {"title": tag, "time": when, "msg": [json.dumps(parameters, ensure_ascii=False)]}
         return Notification(when, AUDIENCE[catalogue[tag]["group"]], content)
 
-    tags = catalogue.sections()
+    tags = [tag for tag in catalogue.sections() if tag not in SERVER_TAGS]
     weights = [WEIGHTS.get(tag, 1) for tag in tags]
     seconds_ago = sorted((rng.randrange(DAYS * DAY) for _ in range(DAYS * NOTIFICATIONS_PER_DAY)), reverse=True)
     stored = [notification(tag, today - ago)
