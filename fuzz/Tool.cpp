@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <utility>
 
 #include "fuzz/Support.h"
@@ -12,6 +13,25 @@
 namespace {
 
 constexpr char kCategoryFile[] = "/var/cache/texts/enu/notification_category";
+
+/// What is written to a stream while it lives.
+class Captured {
+public:
+    explicit Captured(std::FILE*& stream)
+        : m_stream(stream), m_original(std::exchange(stream, open_memstream(&m_text, &m_size))) {}
+
+    /// All of it; once.
+    std::string End() {
+        std::fclose(std::exchange(m_stream, m_original));
+        return {std::unique_ptr<char, decltype(&std::free)>(m_text, &std::free).get(), m_size};
+    }
+
+private:
+    char* m_text = nullptr;
+    std::size_t m_size = 0;
+    std::FILE*& m_stream;
+    std::FILE* m_original;
+};
 
 /// What is stored, and the category file; nothing of either afterwards.
 std::string TakeChanges() {
@@ -32,7 +52,8 @@ std::string PlainChanges(const std::vector<std::string>& arguments) {
     if (arguments[0] == "--gen_category_file") {
         return arguments.size() == 2 && arguments[1] == "enu" ? "{\"All\":[" + known + "]}\n" : "";
     }
-    if (arguments.size() < 3 || arguments[1] != "alice" ||
+    const std::set<std::string> recipients = {"alice", "member", "admin", "@users", "@administrators"};
+    if (arguments.size() < 3 || !recipients.contains(arguments[1]) ||
         (known.find('"' + arguments[2] + "\"}") == known.npos && arguments[2].find(':') == known.npos)) {
         return "";
     }
@@ -58,18 +79,16 @@ void KIVO::Fuzz::Try(const std::string& input) {
     std::vector<const char*> pointers(arguments.size() + 1, "notification_utils");
     std::ranges::transform(arguments, pointers.begin() + 1,
                            [](const std::string& text) { return text.c_str(); });
-    char* text = nullptr;
-    std::size_t size = 0;
-    std::FILE* const standardOutput = std::exchange(stdout, open_memstream(&text, &size));
-    std::FILE* const standardError = std::exchange(stderr, stdout);
+    Captured output(stdout);
+    Captured errors(stderr);
     const int status = RunTool(static_cast<int>(pointers.size()), pointers.data());
-    std::fclose(std::exchange(stdout, standardOutput));
-    stderr = standardError;
-    const std::string said(std::unique_ptr<char, decltype(&std::free)>(text, &std::free).get(), size);
+    const std::string complaint = errors.End();
+    const std::string said = output.End();
     const std::string changes = TakeChanges();
 
     Expect("status", status == 0 || status == 1 || status == 2);
-    const bool isComplaint = said.starts_with("notification_utils: ") && said.find('\n') == said.size() - 1;
+    const bool isComplaint =
+        complaint.starts_with("notification_utils: ") && complaint.find('\n') == complaint.size() - 1;
     Expect("one line without success", isComplaint == (status != 0));
     Expect("success with an effect", status != 0 ? changes.empty() : !changes.empty() || !said.empty());
     const auto isOption = [](const std::string& argument) { return argument.starts_with('-'); };

@@ -29,7 +29,7 @@ bool EqualsSecret(const std::string& secret, std::string_view given) {
 }
 
 Caller ToCaller(const Appliance::Users::value_type& user) {
-    return {user.first, user.second.language, user.second.isAdmin};
+    return {user.first, user.second.language, user.second.IsAdmin()};
 }
 
 std::string ToHex(const std::string& text) {

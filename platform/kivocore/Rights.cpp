@@ -19,7 +19,7 @@ int KLIBGroupIsAdminGroupMem(const char* userName, [[maybe_unused]] int flags) t
         SET_LAST_ERROR(UserNotFound);
         return 0;
     }
-    return user->second.isAdmin ? 1 : 0;
+    return user->second.IsAdmin() ? 1 : 0;
 } catch (...) {
     SET_LAST_ERROR(OutOfMemory);
     return 0;

@@ -18,7 +18,6 @@ namespace KIVO::Appliance {
 
 namespace {
 
-constexpr char kAdministrators[] = "administrators";
 constexpr char kDefaultLanguage[] = "enu";
 
 /// How long a file that is no users file passes for one that is being rewritten.
@@ -54,7 +53,7 @@ std::optional<User> ReadUser(const Json::Value& entry) {
     const std::optional<int> uid = AsInt(entry["uid"]);
     const std::optional<int> gid = AsInt(entry["gid"]);
     const auto language = ReadString(entry["language"]);
-    const auto groups = ReadStrings(entry["groups"]);
+    auto groups = ReadStrings(entry["groups"]);
     auto apps = ReadStrings(entry["apps"]);
     auto hiddenTags = ReadStrings(entry["hiddenTags"]);
     auto token = ReadString(entry["token"]);
@@ -65,7 +64,7 @@ std::optional<User> ReadUser(const Json::Value& entry) {
         .uid = *uid,
         .gid = *gid,
         .language = IsLanguage(*language) ? *language : kDefaultLanguage,
-        .isAdmin = groups->contains(kAdministrators),
+        .groups = *std::move(groups),
         .apps = *std::move(apps),
         .hiddenTags = *std::move(hiddenTags),
         .token = *std::move(token),

@@ -16,14 +16,16 @@ struct User {
     int gid;
     /// The code of the user's desktop language.
     std::string language;
-    /// A member of the group "administrators".
-    bool isAdmin;
+    /// The groups whose member the user is.
+    std::unordered_set<std::string> groups;
     /// The applications that the user may use.
     std::unordered_set<std::string> apps;
     /// The notification tags that the user may not see.
     std::unordered_set<std::string> hiddenTags;
     /// What the user's requests are signed in with; "" for a user who cannot sign in.
     std::string token;
+
+    bool IsAdmin() const { return groups.contains("administrators"); }
 };
 
 /// The appliance's users by name.

@@ -2,22 +2,30 @@
 
 #include "platform/notification_utils/Tool.h"
 
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/notification_utils/GenerateCategoryFile.h"
-#include "platform/notification_utils/StoredNotification.h"
+#include "platform/notification_utils/Notification.h"
 
 namespace {
 
 // More than a command line holds. To the library's own "any number" belongs a notation of lists, "[A=1,B=2]",
 // which would change or swallow values.
 constexpr int kMostValues = 1 << 20;
+
+// Whoever reports an event has other things to do than to wait: with what ends the program, ten seconds.
+constexpr unsigned kLongestSeconds = 9;
 
 enum ExitStatus { kSuccess = 0, kFailure = 1, kWrongUsage = 2 };
 
@@ -29,21 +37,58 @@ ExitStatus Report(std::string sentence, ExitStatus status) {
     return status;
 }
 
-int Run(int argumentCount, const char* const* arguments) {
-    CLI::App tool("Generates the category file of a language, or stores a notification for a user.",
+/// Ends the program when it takes longer than a caller is to wait: for a disk, or for whoever should read
+/// what it says. Locks are given up before.
+class TimeLimit {
+public:
+    TimeLimit() {
+        struct sigaction action {};
+        action.sa_handler = [](int) {
+            constexpr std::string_view kSentence =
+                "notification_utils: It took too long; the notification may not be stored.\n";
+            pollfd output{STDERR_FILENO, POLLOUT, 0};
+            if (poll(&output, 1, 0) == 1) {
+                [[maybe_unused]] const ssize_t length =
+                    write(STDERR_FILENO, kSentence.data(), kSentence.size());
+            }
+            _exit(kFailure);
+        };
+        sigaction(SIGALRM, &action, nullptr);
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGALRM);
+        pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+        alarm(kLongestSeconds);
+    }
+    ~TimeLimit() { Lift(); }
+    TimeLimit(const TimeLimit&) = delete;
+    TimeLimit& operator=(const TimeLimit&) = delete;
+
+    /// For what takes as long as it takes.
+    void Lift() { alarm(0); }
+};
+
+int Run(int argumentCount, const char* const* arguments, TimeLimit& limit) {
+    CLI::App tool("Generates the category file of a language, or stores a notification for users.",
                   "notification_utils");
     std::string language;
     std::vector<std::string> notification;
+    CLI::App& task = *tool.add_option_group("Tasks", "one of them")->require_option(1);
     const CLI::Option* generate =
-        tool.add_option("--gen_category_file", language, "Write the category file of the language")
+        task.add_option("--gen_category_file", language, "Write the category file of the language")
             ->option_text("LANGUAGE");
-    tool.add_option("--notify", notification,
-                    "Store a notification of the tag; the values fill the placeholders of its texts")
-        ->expected(2, kMostValues)
-        ->allow_extra_args(false)
-        ->option_text("USER TAG [NAME=VALUE...]");
+    CLI::Option* notify =
+        task.add_option("--notify", notification,
+                        "Store a notification of the tag for a user, or for each of a group such as "
+                        "@administrators; the values fill the placeholders of its texts")
+            ->expected(2, kMostValues)
+            ->allow_extra_args(false)
+            ->option_text("USER|@GROUP TAG [NAME=VALUE...]");
+    bool isDryRun = false;
+    tool.add_flag("--dry-run", isDryRun,
+                  "Store nothing; show what the page would, and say which values are missing")
+        ->needs(notify);
     tool.set_version_flag("--version", "notification_utils " KIVO_VERSION, "Print the version and exit");
-    tool.require_option(1);
     try {
         tool.parse(argumentCount, arguments);
     } catch (const CLI::CallForHelp&) {
@@ -57,9 +102,10 @@ int Run(int argumentCount, const char* const* arguments) {
     }
 
     if (*generate) {
+        limit.Lift();
         GenerateCategoryFile(language);
     } else {
-        StoreNotification(notification[0], notification[1], {notification.begin() + 2, notification.end()});
+        (isDryRun ? ShowNotification : StoreNotification)(ReadNotification(notification));
     }
     return kSuccess;
 }
@@ -67,8 +113,9 @@ int Run(int argumentCount, const char* const* arguments) {
 }  // namespace
 
 int RunTool(int argumentCount, const char* const* arguments) {
+    TimeLimit limit;
     try {
-        return Run(argumentCount, arguments);
+        return Run(argumentCount, arguments, limit);
     } catch (const std::exception& error) {
         return Report(error.what(), kFailure);
     }

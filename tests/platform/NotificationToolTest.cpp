@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
@@ -23,7 +25,10 @@ class NotificationToolTest : public testing::Test {
 protected:
     NotificationToolTest() {
         setenv("TOOL", NOTIFICATION_TOOL, 1);
-        m_root.WriteUsers({{.name = "alice"}});
+        m_root.WriteUsers({{.name = "alice"},
+                           {.name = "bob", .uid = 1027, .language = "ger", .groups = {"ops", "users"}},
+                           {.name = "carol", .uid = 1028, .groups = {"ops"}, .hiddenTags = {"A"}},
+                           {.name = "twin", .uid = 1028, .language = "ger", .groups = {"ops"}}});
         m_root.WriteCatalogue("enu",
                               "[Z]\ngroup=Storage \xc3\xa9\nappid=KIVO.App.Backup\n[A]\nmessage=text\n");
     }
@@ -84,15 +89,60 @@ TEST_F(NotificationToolTest, AReaderNeverMeetsHalfAFile) {
 TEST_F(NotificationToolTest, StoresANotification) {
     m_root.CreateDatabase();
     ASSERT_TRUE(Run("--notify alice A COUNT=-5 'TEXT=a=b \"c\"' EMPTY= 'LIST=[1,2]' 'QUOTE=it'\"'\"'s'"));
-    ASSERT_TRUE(Run("--notify alice nexnotify:system_event"));
+    ASSERT_TRUE(Run("--notify @ops nexnotify:system_event"));
     using Row = std::vector<KIVO::Test::Column>;
     EXPECT_EQ(m_root.Query("SELECT uid, message_content ->> 'title', message_content ->> '$.msg[0]', "
                            "message_content ->> 'time' = timestamp, strftime('%s') - timestamp < 60 "
-                           "FROM nexnotify JOIN message USING(message_id) ORDER BY message_id"),
+                           "FROM nexnotify JOIN message USING(message_id) ORDER BY message_id, uid"),
               (std::vector<Row>{
                   {"1026", "A",
                    R"({"COUNT":"-5","EMPTY":"","LIST":"[1,2]","QUOTE":"it's","TEXT":"a=b \"c\""})", "1", "1"},
-                  {"1026", "nexnotify:system_event", "{}", "1", "1"}}));
+                  {"1027", "nexnotify:system_event", "{}", "1", "1"},
+                  {"1028", "nexnotify:system_event", "{}", "1", "1"}}));
+    EXPECT_EQ(m_root.Query("SELECT * FROM message").size(), 2U);
+}
+
+TEST_F(NotificationToolTest, ShowsWhatThePageWould) {
+    m_root.WriteCatalogue("enu",
+                          "[T]\nmessage={{A}} {B C} {B} {} {A}\nmail={M}\n[A]\nmessage=\naltMessage=x{\n");
+    m_root.WriteCatalogue("ger", "[T]\nmessage=\xc3\xa9 {A}\n");
+    struct Row {
+        const char* arguments;
+        const char* output;
+        const char* error;
+    };
+    for (const auto& [arguments, output, error] : {
+             Row{"alice T A={B} B=2 M=", "alice (enu):\n{{B}} {B C} 2 {} {B}\n", ""},
+             Row{"bob T A=1 C=1", "bob (ger):\n\xc3\xa9 1\n", "in ger no placeholder {C}"},
+             Row{"alice T A=1", "alice (enu):\n{1} {B C} {B} {} 1\n", "in enu no value for {B}, {M}"},
+             Row{"@ops A", "carol [hidden] (enu):\nx{\nbob, twin (ger):\nA\n", "in ger no text"},
+             Row{"@users nexnotify:e", "alice (enu):\nnexnotify:e\nbob (ger):\nnexnotify:e\n", ""},
+         }) {
+        EXPECT_EQ(Run(std::string("--dry-run --notify ") + arguments), *error == '\0') << arguments;
+        EXPECT_EQ(m_root.Read("/output"), output);
+        EXPECT_EQ(m_root.Read("/error"),
+                  *error == '\0'
+                      ? ""
+                      : std::string("notification_utils: The notification has gaps: ") + error + ".\n");
+    }
+}
+
+TEST_F(NotificationToolTest, WaitsForALockButNotForLong) {
+    m_root.CreateDatabase();
+    sqlite3* database = nullptr;
+    sqlite3_open(m_root.Path(kDatabase).c_str(), &database);
+    sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+    {
+        const auto notify = [] { EXPECT_EQ(std::system("\"$TOOL\" --notify alice A"), 0); };
+        const std::jthread first(notify);
+        const std::jthread second(notify);
+        std::this_thread::sleep_for(std::chrono::milliseconds(700));
+        sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr);
+    }
+    sqlite3_exec(database, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr);
+    ExpectFailure("--notify alice A", "database is locked", "timeout 10 ");
+    sqlite3_close(database);
+    EXPECT_EQ(m_root.Query("SELECT * FROM message").size(), 2U);
 }
 
 TEST_F(NotificationToolTest, SaysWhatIsWrong) {
@@ -104,7 +154,8 @@ TEST_F(NotificationToolTest, SaysWhatIsWrong) {
              std::pair("", "required"),
              std::pair("--gen_category_file ../enu", "is no language"),
              std::pair("--gen_category_file ger", "no readable text catalogue"),
-             std::pair("--notify bob A", "no user \"bob\""),
+             std::pair("--notify dave A", "no user \"dave\""),
+             std::pair("--notify @administrators A", "No user is in the group \"administrators\""),
              std::pair("--notify alice B", "has the tag \"B\""),
              std::pair("--notify alice A =5", "\"=5\" is not of the form NAME=VALUE"),
          }) {
