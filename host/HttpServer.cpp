@@ -302,22 +302,22 @@ private:
         return MHD_queue_response(connection, status, MakeResponse(std::move(answer)).get());
     }
 
-    /// Whether the request, which is a call, has to wait until its user's turn comes. One is answered in each
-    /// round of the loop, so that a user with a thousand connections keeps nobody else waiting.
-    bool MustWait(Connection& connection, const HttpRequest& request) {
-        if (!Router::IsCall(request) || std::exchange(connection.isDue, false)) {
+    /// Whether the request has to wait until its turn comes. One is answered in each round of the loop, so
+    /// that a user with a thousand connections keeps nobody else waiting.
+    [[nodiscard]] bool MustWait(Connection& connection, const HttpRequest& request) {
+        const auto turn = Router::TurnOf(request);
+        if (!turn || std::exchange(connection.isDue, false)) {
             return false;
         }
         if (!std::exchange(m_hasCalled, true) && m_waiting.empty()) {
             return false;
         }
-        const std::string_view credentials = request.Header(MHD_HTTP_HEADER_AUTHORIZATION);
-        m_waiting[std::string(credentials.substr(credentials.rfind(' ') + 1))].push_back(&connection);
+        m_waiting[std::string(*turn)].push_back(&connection);
         MHD_suspend_connection(connection.handle);
         return true;
     }
 
-    /// Lets the user whose turn it is have the answer to the oldest request.
+    /// Whose turn it is gets the answer to the oldest request.
     void ResumeNext() {
         if (m_waiting.empty()) {
             return;
@@ -331,7 +331,7 @@ private:
 
     /// Ends its wait, if it waits.
     void Resume(Connection& connection) {
-        for (auto& [user, connections] : m_waiting) {
+        for (auto& [turn, connections] : m_waiting) {
             if (std::erase(connections, &connection) > 0) {
                 connection.isDue = true;
                 MHD_resume_connection(connection.handle);
@@ -371,7 +371,7 @@ private:
     /// The open connections, the one that has gone longest without a whole request in front.
     std::list<Connection> m_connections;
     std::size_t m_requestsUnderWay = 0;
-    /// The connections whose calls wait for their turn, by the token of who asks.
+    /// The connections whose requests wait for their turn, by whose it is.
     std::map<std::string, std::deque<Connection*>> m_waiting;
     std::string m_lastTurn;
     /// In this round of the loop.

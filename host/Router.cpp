@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <initializer_list>
 #include <optional>
 
@@ -65,14 +66,20 @@ void CheckHeaders(const HttpRequest& request) {
     }
 }
 
-/// Whose bearer token the request carries. Throws a Refusal 401.
-Caller Authenticate(const HttpRequest& request) {
+bool IsCall(const HttpRequest& request) { return request.path.starts_with(kApiPrefix); }
+
+/// The token that the request carries; "", which signs nobody in, when it carries none.
+std::string_view TokenOf(const HttpRequest& request) {
     constexpr std::string_view kScheme = "Bearer ";
     const std::string_view credentials = request.Header("Authorization");
-    std::optional<Caller> caller;
-    if (EqualsIgnoringCase(credentials.substr(0, kScheme.size()), kScheme)) {
-        caller = FindCallerByToken(credentials.substr(kScheme.size()));
-    }
+    return EqualsIgnoringCase(credentials.substr(0, kScheme.size()), kScheme)
+               ? credentials.substr(kScheme.size())
+               : "";
+}
+
+/// Whose token the request carries. Throws a Refusal 401.
+Caller Authenticate(const HttpRequest& request) {
+    std::optional<Caller> caller = FindCallerByToken(TokenOf(request));
     if (!caller) {
         throw Refusal(401, "The request carries no valid token.");
     }
@@ -104,7 +111,7 @@ void RequireJson(const HttpRequest& request) {
 
 /// Whether a browser wants to show what is at the path, which none of the paths for programs is.
 bool IsForReading(const HttpRequest& request) {
-    return request.method == "GET" && request.path != kSessionPath && !request.path.starts_with(kApiPrefix) &&
+    return request.method == "GET" && request.path != kSessionPath && !IsCall(request) &&
            request.Header("Accept").find("text/html") != std::string_view::npos;
 }
 
@@ -188,7 +195,9 @@ std::string_view HttpRequest::Header(std::string_view name) const {
 }
 
 Router::Router(const Module& module, const Page& page, Activity& activity, RouterOptions options)
-    : m_module(module), m_page(page), m_activity(activity), m_options(std::move(options)) {}
+    : m_module(module), m_page(page), m_activity(activity), m_options(std::move(options)) {
+    assert(m_options.callTimeout > std::chrono::seconds(0));
+}
 
 std::optional<HttpAnswer> Router::RefuseHead(const HttpRequest& request) const {
     try {
@@ -214,7 +223,9 @@ bool IsLoopback(const std::string& address) {
            ntohl(parsed.s_addr) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
 }
 
-bool Router::IsCall(const HttpRequest& request) { return request.path.starts_with(kApiPrefix); }
+std::optional<std::string_view> Router::TurnOf(const HttpRequest& request) {
+    return IsCall(request) ? std::optional(TokenOf(request)) : std::nullopt;
+}
 
 HttpAnswer Router::Failure() {
     return MakeJsonAnswer(500,

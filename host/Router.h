@@ -30,7 +30,7 @@ struct HttpRequest {
     bool isBodyTooLarge = false;
 
     /// The value of the first header of that name, in any case; "" when the request does not carry it.
-    std::string_view Header(std::string_view name) const;
+    [[nodiscard]] std::string_view Header(std::string_view name) const;
 };
 
 struct HttpAnswer {
@@ -46,7 +46,7 @@ struct HttpAnswer {
 struct RouterOptions {
     /// The names by which the server may be called besides the loopback names.
     std::vector<std::string> hostNames = {};
-    /// A call that takes longer ends the process by SIGALRM.
+    /// A call that takes longer ends the process by SIGALRM. At least one.
     std::chrono::seconds callTimeout{30};
 };
 
@@ -62,17 +62,18 @@ public:
     [[nodiscard]] std::optional<HttpAnswer> RefuseHead(const HttpRequest& request) const;
 
     /// The answer of the page's file, the session or the method at the path, or the refusal of any of them.
-    HttpAnswer Answer(const HttpRequest& request) const;
+    [[nodiscard]] HttpAnswer Answer(const HttpRequest& request) const;
 
-    /// Whether the request is for a method, whose answer may take its time.
-    static bool IsCall(const HttpRequest& request);
+    /// Whose turn it has to be for the request to be answered, as its answer may take its time: a token,
+    /// whether or not it signs anyone in. Nothing for a request that is answered at once.
+    [[nodiscard]] static std::optional<std::string_view> TurnOf(const HttpRequest& request);
 
     /// The answer to a request that cannot be answered otherwise.
-    static HttpAnswer Failure();
+    [[nodiscard]] static HttpAnswer Failure();
 
 private:
     void CheckHost(std::string_view host) const;
-    HttpAnswer Route(const HttpRequest& request) const;
+    [[nodiscard]] HttpAnswer Route(const HttpRequest& request) const;
 
     const Module& m_module;
     const Page& m_page;
