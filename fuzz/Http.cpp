@@ -14,23 +14,10 @@
 #include "fuzz/Support.h"
 #include "host/HttpServer.h"
 #include "platform/kivocore/FileDescriptor.h"
-#include "webapi/APIRequest.h"
 
 using KIVO::Appliance::FileDescriptor;
 
 namespace {
-
-int g_calls;
-
-void Answer(KIVO::APIRequest* request, KIVO::APIResponse* response) {
-    ++g_calls;
-    response->SetSuccess(request->GetLoginUserName());
-}
-
-bool Accept(KIVO::APIRequest*, KIVO::APIResponse*) { return true; }
-
-const KIVO::APITableRow kRows[] = {{"Test", 1, "user", &Answer}, {}};
-const KIVO::APICheckTableRow kCheckRows[] = {{"Test", 1, "user", &Accept, {}}, {}};
 
 /// What the client has yet to send, and how much of it at a time.
 int g_client;
@@ -58,26 +45,15 @@ constexpr char kAnswer[] =
 
 }  // namespace
 
-extern "C" {
-
-KIVO_PUBLIC const KIVO::APITableRow* GetAPITable() { return kRows; }
-KIVO_PUBLIC const KIVO::APICheckTableRow* GetAPICheckTable() { return kCheckRows; }
-
 /// As the server's library reads what there is, the client sends more.
-KIVO_PUBLIC ssize_t recv(int descriptor, void* buffer, std::size_t size, int flags) {
+extern "C" KIVO_PUBLIC ssize_t recv(int descriptor, void* buffer, std::size_t size, int flags) {
     const ssize_t count = recvfrom(descriptor, buffer, size, flags, nullptr, nullptr);
     SendMore();
     return count;
 }
 
-}  // extern "C"
-
 void KIVO::Fuzz::Try(const std::string& input) {
     Root();
-    static const Host::Module module("");  // this program
-    static const Host::Page page = {{"/", {"<p>page</p>", "text/html"}}};
-    static Host::Activity activity;
-    static const Host::Router router(module, page, activity, {.hostNames = {"h"}});
     static const FileDescriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     // Unlike a port, such a name is free again at once.
     static sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};
@@ -86,7 +62,6 @@ void KIVO::Fuzz::Try(const std::string& input) {
         std::snprintf(address.sun_path + 1, sizeof address.sun_path - 1, "fuzz_http %d", getpid());
         Expect("bind", bind(listener.Get(), name, sizeof address) == 0 && listen(listener.Get(), 1) == 0);
     }
-    g_calls = 0;
     g_unsent = std::string_view(input).substr(input.empty() ? 0 : 1);
     g_sendSize = input[0] != 0 ? static_cast<unsigned char>(input[0]) : input.size();
     const FileDescriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -97,7 +72,7 @@ void KIVO::Fuzz::Try(const std::string& input) {
     const FileDescriptor closing(epoll_create1(EPOLL_CLOEXEC));
     epoll_event event = {EPOLLRDHUP, {}};
     epoll_ctl(closing.Get(), EPOLL_CTL_ADD, client.Get(), &event);
-    Host::ServeHttp(router, listener.Get(), closing.Get(), closing.Get());
+    Host::ServeHttp(Router(), listener.Get(), closing.Get(), closing.Get());
 
     std::string answers;
     char chunk[65536];
@@ -118,5 +93,5 @@ void KIVO::Fuzz::Try(const std::string& input) {
         std::search(input.begin(), input.end(), kHeader.begin(), kHeader.end(),
                     [](unsigned char byte, char expectedByte) { return std::tolower(byte) == expectedByte; });
     const bool hasToken = std::string(header, input.end()).find(kToken) != input.npos;
-    Expect("no call without a token", g_calls == 0 || hasToken);
+    Expect("no call without a token", calls == 0 || hasToken);
 }

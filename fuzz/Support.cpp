@@ -69,6 +69,7 @@ extern "C" {
 
 int LLVMFuzzerTestOneInput(const char* data, std::size_t size) {
     KIVO::Fuzz::logged.clear();
+    KIVO::Fuzz::calls = 0;
     KIVO::Fuzz::Try(std::string(data, size));
     return 0;
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/Router.h"
 #include "platform/kivocore/Json.h"
 #include "tests/support/ApplianceRoot.h"
 #include "webapi/APIResponse.h"
@@ -24,6 +25,11 @@ inline std::string logged;
 
 /// What a target with StoredRows.cpp finds in the notification database, oldest first; nothing for NULL.
 inline std::vector<std::optional<std::string>> storedRows;
+
+/// In a target with Module.cpp, a router of a page and of one method, Test/1/user, which answers whose call
+/// it is; and how often that was called since the input was begun.
+const Host::Router& Router();
+inline int calls;
 
 /// What the action "load" answers to these parameters and the stored rows, worked out in the plainest way:
 /// every text becomes a tree, then the trees are filtered, then the page is cut.

@@ -105,9 +105,10 @@ struct HttpRequest {
     std::string body = "{}";
     std::string method = "POST";
     std::string token = kToken;
+    std::string scheme = "Bearer ";
     std::string contentType = "application/json";
     std::string language = {};
-    bool isChunked = false;
+    std::string host = "localhost";
     std::string address = "127.0.0.1";
 };
 
@@ -181,21 +182,11 @@ protected:
         httplib::Request message;
         message.method = request.method;
         message.path = request.path;
-        message.headers = {{"Content-Type", request.contentType}, {"KIVO-Language", request.language}};
-        if (!request.token.empty()) {
-            message.headers.emplace("Authorization", "Bearer " + request.token);
-        }
-        if (request.isChunked) {
-            message.headers.emplace("Transfer-Encoding", "chunked");
-            message.is_chunked_content_provider_ = true;
-            message.content_provider_ = [&request](std::size_t, std::size_t, httplib::DataSink& sink) {
-                sink.write(request.body.data(), request.body.size());
-                sink.done();
-                return true;
-            };
-        } else {
-            message.body = request.body;
-        }
+        message.headers = {{"Host", request.host},
+                           {"Authorization", request.scheme + request.token},
+                           {"Content-Type", request.contentType},
+                           {"KIVO-Language", request.language}};
+        message.body = request.body;
         httplib::Client client(request.address, m_port);
         client.set_read_timeout(std::chrono::minutes(1));
         httplib::Result result = client.send(message);
