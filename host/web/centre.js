@@ -329,7 +329,8 @@ export class Centre {
     byId('trouble').hidden = false;
     byId('trouble-why').textContent = reasonOf(error);
     const count = () => {
-      byId('trouble-wait').textContent = say('nextTry', {COUNT: this.#watch.secondsLeft});
+      const {secondsLeft} = this.#watch;
+      byId('trouble-wait').textContent = secondsLeft > 0 ? say('nextTry', {COUNT: secondsLeft}) : say('tryingNow');
     };
     clearInterval(this.#countdown);
     this.#countdown = setInterval(count, 1000);

@@ -130,10 +130,10 @@ export class Notifications {
     return this.hiddenToo && !this.#visibleTags.has(tag);
   }
 
-  // How many there are, with or without the hidden kinds.
+  // How many there are, with or without the hidden kinds; less those that the list, read to its end, was found to lack.
   async count(all) {
     const {total} = await this.#load({limit: 1, offset: 0, all});
-    return this.#exactly(total, all);
+    return total > MOST_COUNTED ? total - (this.#last.total - this.total) : this.#exactly(total, all);
   }
 
   async #ask({limit, offset = 0}) {

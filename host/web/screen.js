@@ -75,7 +75,8 @@ export function drawFilters(texts, choose) {
   byId('levels').replaceChildren(...ofLevels.map(({item}) => item));
   byId('categories').replaceChildren(...ofLabels.map(({item}) => item));
   byId('categories').hidden = byId('categories-name').hidden = texts.labels.length === 0;
-  byId('silent-note').hidden = texts.labels.every(label => texts.isOn(label));
+  for (const note of document.querySelectorAll('.silent-note'))
+    note.hidden = texts.labels.every(label => texts.isOn(label));
 
   function filter(part, name, icon, isSilent) {
     const item = byId('filter').content.cloneNode(true).firstElementChild;

@@ -158,6 +158,10 @@ it('counts are of what is known beside the rest of the filter, and the total is 
   const {labels, levels} = notifications.counts();
   assert.deepEqual([[...labels], [...levels]], [[['Laboratory', 2000]], [['warning', 35], ['error', 2000], ['info', 1]]]);
   assert.deepEqual(['Alarm', 'Note', 'photos:x'].map(tag => notifications.isHidden({tag})), [true, false, false]);
+
+  const many = await opened(new Appliance([...rows(60_000, 'Note'), timeless]), {level: 'error'});
+  await many.fill();
+  assert.deepEqual([many.total, await many.count(false)], [60_000, 60_000]);
 });
 
 it('repeats fold into one as long as neighbours say the same on one day', async () => {

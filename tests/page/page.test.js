@@ -419,9 +419,38 @@ it('deleting all names the number, asks, says what else goes, and empties the li
   await second.locator('#empty').waitFor();
 }));
 
+// Notifications that are newer than all before, of a page that shows everything.
+async function send(page, ...contents) {
+  await page.locator('#everything').click();
+  appliance.store('bob', contents.map((content, later) => ({...content, time: Math.ceil(Date.now() / 1000) + later})));
+}
 const states = {
   '.mail:visible': async page => {
     await page.locator('.with-mail').first().click();
+  },
+  '.without-text .fold:visible': async page => {
+    await send(page, notification('LabAlarm', 0, {ROOM: 'wide '.repeat(500)}),
+      notification('photos:shared', 0, {FOLDER: 'Holiday '.repeat(200), COUNT: 3}));
+    await page.clock.fastForward(LOOK_MS);
+  },
+  '#news': async page => {
+    await send(page, notification('AtticNote', 0, {FLOOR: 1}));
+    await page.clock.fastForward(LOOK_MS);
+  },
+  '#news-above': async page => {
+    await send(page, notification('AtticNote', 0, {FLOOR: 2}));
+    await rows(page).nth(20).scrollIntoViewIfNeeded();
+    await page.clock.fastForward(LOOK_MS);
+  },
+  '#search-progress': async page => {
+    await page.route('**/notify', route => route.request().postDataJSON().limit > 1000 || route.continue());
+    await page.reload();
+  },
+  '#done': async page => {
+    await page.route('**/notify', route => route.request().postDataJSON().action === 'apply' ?
+      route.fulfill({json: {success: true}}) : route.continue());
+    await (await inMenu(page, '#delete')).click();
+    await page.locator('#confirm-delete').click();
   },
   '#menu': page => inMenu(page, ''),
   '#confirm': async page => (await inMenu(page, '#delete')).click(),
@@ -456,6 +485,9 @@ for (const [state, reach] of Object.entries(states)) {
       const {violations} = await page.evaluate(() => axe.run({resultTypes: ['violations']}));
       assert.deepEqual(violations.map(({id, nodes}) => [id, ...nodes.map(({html}) => html)]), [], where);
       assert.equal(await page.evaluate(() => document.documentElement.scrollWidth <= innerWidth), true, where);
+      const overflows = await page.locator('.bar, #search-progress:visible').evaluateAll(all =>
+        all.flatMap(each => [each.scrollWidth - each.clientWidth, each.scrollHeight - each.clientHeight]));
+      assert.ok(overflows.every(pixels => pixels === 0), `${where}: ${overflows}`);
       if (viewport.width < 400 && state === '.mail:visible') {
         await page.evaluate(() => scrollTo(0, 0));
         assert.ok((await page.locator('#list').boundingBox()).y <= 160, where);

@@ -25,6 +25,7 @@ export const words = {
   retry: 'Try again',
   retryNow: 'Try now',
   nextTry: {one: 'Next try in {COUNT} second.', other: 'Next try in {COUNT} seconds.'},
+  tryingNow: 'Trying now…',
   answersAgain: 'The host answers again.',
   textsMissing: 'The texts of this language could not be read, so notifications are shown by their names.',
   notFoundTitle: 'There is nothing here',

@@ -25,6 +25,7 @@ export const words = {
   retry: 'Réessayer',
   retryNow: 'Essayer maintenant',
   nextTry: {one: 'Prochain essai dans {COUNT} seconde.', other: 'Prochain essai dans {COUNT} secondes.'},
+  tryingNow: 'Essai en cours…',
   answersAgain: 'L’hôte répond de nouveau.',
   textsMissing: 'Les textes de cette langue n’ont pas pu être lus ; les notifications sont affichées par leur nom.',
   notFoundTitle: 'Il n’y a rien ici',

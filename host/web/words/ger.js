@@ -25,6 +25,7 @@ export const words = {
   retry: 'Erneut versuchen',
   retryNow: 'Jetzt versuchen',
   nextTry: {one: 'Nächster Versuch in {COUNT} Sekunde.', other: 'Nächster Versuch in {COUNT} Sekunden.'},
+  tryingNow: 'Wird gerade versucht …',
   answersAgain: 'Der Host antwortet wieder.',
   textsMissing: 'Die Texte dieser Sprache konnten nicht gelesen werden; Benachrichtigungen erscheinen mit ihrem Namen.',
   notFoundTitle: 'Hier ist nichts',
@@ -40,7 +41,7 @@ export const words = {
   categories: 'Kategorien',
   other: 'Andere',
   silent: 'keine Desktop-Benachrichtigungen',
-  silentNote: 'Eine Kategorie mit diesem Zeichen löst keine Desktop-Benachrichtigungen aus. Das legen Sie in den Einstellungen des Geräts fest.',
+  silentNote: 'Eine Kategorie mit diesem Zeichen löst keine Desktop-Benachrichtigungen aus. Das legen Sie in den Benachrichtigungseinstellungen des Geräts fest.',
   search: 'Suchen',
 
   desktop: 'Desktop-Benachrichtigungen',
