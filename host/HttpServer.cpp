@@ -25,12 +25,15 @@
 #include <utility>
 
 #include "host/Memory.h"
+#include "host/RequestLog.h"
 
 namespace KIVO::Host {
 
 namespace {
 
 using namespace std::chrono_literals;
+
+using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kConnectionMemory = 16UL * 1024;
 /// Descriptors for connections that are cut off and not yet closed: at its own limit the library would let
@@ -41,6 +44,8 @@ constexpr std::chrono::seconds kIdleTimeout = 10s;
 /// the idle timeout anew, so that without this a sender could hold a connection for as long as it likes.
 constexpr std::chrono::seconds kRequestTime = 30s;
 constexpr std::chrono::seconds kDrainTime = 10s;
+/// How long the first byte of a request may take that was accepted as the draining began.
+constexpr std::chrono::milliseconds kFirstByteTime = 100ms;
 
 /// The size that the request announces for its body; none for one that comes in chunks.
 std::optional<std::size_t> AnnouncedBodySize(const HttpRequest& request) {
@@ -90,7 +95,8 @@ struct Destroy {
 };
 using Response = std::unique_ptr<MHD_Response, Destroy>;
 
-Response MakeResponse(HttpAnswer answer) {
+/// Takes the answer's body.
+Response MakeResponse(HttpAnswer& answer) {
     auto body = std::make_unique<std::string>(std::move(answer.body));
     const auto release = [](void* text) { delete static_cast<std::string*>(text); };
     Response response(MHD_create_response_from_buffer_with_free_callback_cls(body->size(), body->data(),
@@ -106,8 +112,6 @@ Response MakeResponse(HttpAnswer answer) {
     }
     return response;
 }
-
-using Clock = std::chrono::steady_clock;
 
 struct Connection {
     int socket;
@@ -128,6 +132,7 @@ struct Request {
     Request& operator=(const Request&) = delete;
 
     HttpRequest content;
+    const Clock::time_point start = Clock::now();
 
 private:
     std::size_t& m_count;
@@ -136,7 +141,8 @@ private:
 /// Reads requests with the library and sends what the router answers.
 class Server {
 public:
-    Server(const Router& router, int listenSocket) : m_router(router) {
+    Server(const Router& router, int listenSocket, bool shouldLog)
+        : m_router(router), m_shouldLog(shouldLog) {
         // The library's own error log stays off: it quotes what clients send, and that may be a token.
         m_daemon.reset(MHD_start_daemon(
             MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, &OnRequest, this,
@@ -173,8 +179,7 @@ public:
                 timeout = std::min(timeout, std::chrono::milliseconds(untilTimeout));
             }
             if (end) {
-                timeout =
-                    std::min(timeout, std::chrono::ceil<std::chrono::milliseconds>(*end - Clock::now()));
+                timeout = std::min(timeout, kFirstByteTime / 10);
             }
             if (!m_waiting.empty()) {
                 timeout = 0ms;
@@ -200,7 +205,7 @@ public:
                 // Reads what came along with the connections accepted last.
                 MHD_run(m_daemon.get());
             }
-        } while (!end || (m_requestsUnderWay > 0 && Clock::now() < *end));
+        } while (!end || (MayBeAsked() && Clock::now() < *end));
     }
 
 private:
@@ -261,6 +266,7 @@ private:
             if (!*requestPointer) {
                 throw std::bad_alloc();
             }
+            const Request& whole = *static_cast<Request*>(*requestPointer);
             HttpRequest& request = static_cast<Request*>(*requestPointer)->content;
             const bool hasBegun = !request.method.empty();
             if (!hasBegun) {
@@ -268,7 +274,7 @@ private:
                 request.path = path;
                 ReadHeaders(connection, request);
                 if (auto refusal = server.m_router.RefuseHead(request)) {
-                    return Send(connection, *std::move(refusal), true);
+                    return server.Send(connection, whole, *std::move(refusal), true);
                 }
                 const std::size_t size = AnnouncedBodySize(request).value_or(kBodyLimit);
                 request.isBodyTooLarge = size > kBodyLimit;
@@ -286,20 +292,32 @@ private:
                 return MHD_YES;
             }
             return hasBegun || request.isBodyTooLarge
-                       ? Send(connection, server.m_router.Answer(request), server.m_isDraining)
+                       ? server.Send(connection, whole, server.m_router.Answer(request), server.m_isDraining)
                        : MHD_YES;
         } catch (const std::exception& exception) {
             syslog(LOG_ERR, "A request could not be answered: %s.", exception.what());
+            if (*requestPointer) {
+                server.Log(*static_cast<Request*>(*requestPointer), {MHD_HTTP_INTERNAL_SERVER_ERROR, {}, {}});
+            }
             return MHD_queue_response(connection, MHD_HTTP_INTERNAL_SERVER_ERROR, server.m_failure.get());
         }
     }
 
-    static MHD_Result Send(MHD_Connection* connection, HttpAnswer answer, bool isLast) {
+    void Log(const Request& request, const HttpAnswer& answer) const {
+        if (m_shouldLog) {
+            LogRequest(request.content, answer, Clock::now() - request.start);
+        }
+    }
+
+    MHD_Result Send(MHD_Connection* connection, const Request& request, HttpAnswer answer,
+                    bool isLast) const {
         if (isLast) {
             answer.headers.emplace_back(MHD_HTTP_HEADER_CONNECTION, "close");
         }
         const unsigned status = answer.status;
-        return MHD_queue_response(connection, status, MakeResponse(std::move(answer)).get());
+        const Response response = MakeResponse(answer);
+        Log(request, answer);
+        return MHD_queue_response(connection, status, response.get());
     }
 
     /// Whether the request has to wait until its turn comes. One is answered in each round of the loop, so
@@ -356,6 +374,12 @@ private:
         Renew(oldest);
     }
 
+    /// Whether there is a request under way, or one may be in a moment on a connection that is new.
+    bool MayBeAsked() const {
+        return m_requestsUnderWay > 0 ||
+               (!m_connections.empty() && Clock::now() - m_connections.back().since < kFirstByteTime);
+    }
+
     /// Accepts no one more.
     void BeginDraining() {
         m_isDraining = true;
@@ -363,6 +387,7 @@ private:
     }
 
     const Router& m_router;
+    const bool m_shouldLog;
     const unsigned m_mostDescriptors = DescriptorsForConnections();
     /// At this many connections a new one takes the place of the oldest, so that idle ones, which cost their
     /// owner nothing, keep nobody out; a higher limit alone would only be reached later.
@@ -381,15 +406,19 @@ private:
     bool m_hasAnswered = false;
     MemoryTrimmer m_memory;
     /// Made beforehand, for a request that there is no memory to answer.
-    const Response m_failure = MakeResponse(Router::Failure());
+    HttpAnswer m_failureAnswer = Router::Failure();
+    const Response m_failure = MakeResponse(m_failureAnswer);
     std::unique_ptr<MHD_Daemon, Stop> m_daemon;
 };
 
 }  // namespace
 
-void ServeHttp(const Router& router, int listenSocket, int stopDescriptor, int lifeline) {
+void ServeHttp(const Router& router, int listenSocket, int stopDescriptor, int lifeline,
+               const HttpOptions& options) {
     assert(fcntl(listenSocket, F_GETFL) & O_NONBLOCK);
-    Server(router, listenSocket).Run(stopDescriptor, lifeline);
+    Server server(router, listenSocket, options.shouldLogRequests);
+    options.onReady();
+    server.Run(stopDescriptor, lifeline);
 }
 
 }  // namespace KIVO::Host

@@ -210,11 +210,16 @@ std::optional<HttpAnswer> Router::RefuseHead(const HttpRequest& request) const {
 }
 
 HttpAnswer Router::Answer(const HttpRequest& request) const {
+    std::string user, target;
+    HttpAnswer answer;
     try {
-        return Route(request);
+        answer = Route(request, user, target);
     } catch (const Refusal& refusal) {
-        return MakeAnswer(refusal);
+        answer = MakeAnswer(refusal);
     }
+    answer.user = std::move(user);
+    answer.target = std::move(target);
+    return answer;
 }
 
 bool IsLoopback(const std::string& address) {
@@ -246,10 +251,12 @@ void Router::CheckHost(std::string_view host) const {
     }
 }
 
-HttpAnswer Router::Route(const HttpRequest& request) const {
+HttpAnswer Router::Route(const HttpRequest& request, std::string& user, std::string& target) const {
     auto file = m_page.find(request.path);
     const unsigned status = file == m_page.end() ? 404 : 200;
-    if (status == 404 && IsForReading(request)) {
+    if (status == 200 || request.path == kSessionPath) {
+        target = request.path;
+    } else if (IsForReading(request)) {
         file = m_page.find(kNotFoundPage);
     }
     if (file != m_page.end()) {
@@ -268,6 +275,7 @@ HttpAnswer Router::Route(const HttpRequest& request) const {
     const Appliance::UsersSnapshot users;  // Who asks, and all that is asked about it, are of one moment.
     // Before anything else, so that a stranger learns nothing but that a token is wanted.
     const Caller caller = Authenticate(request);
+    user = caller.userName;
     if (request.path == kSessionPath) {
         RequireMethod(request, {"GET", "HEAD"}, "GET, HEAD, POST");
         return MakeJsonAnswer(200, Appliance::WriteJson(SuccessEnvelope(DescribeSession(caller))));
@@ -276,6 +284,7 @@ HttpAnswer Router::Route(const HttpRequest& request) const {
         throw Refusal(404, "There is nothing at this path.");
     }
     const Method method = m_module.Find(request.path.substr(kApiPrefix.size()));
+    target = request.path;
     RequireMethod(request, {"POST"}, "POST");
     RequireJson(request);
     const CallScope call(m_activity, static_cast<int>(method.row - m_module.Rows().data()) + 1,

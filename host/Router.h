@@ -37,6 +37,9 @@ struct HttpAnswer {
     unsigned status;
     std::vector<std::pair<const char*, const char*>> headers;
     std::string body;
+    /// For the log: whose request it was and what is at its path; "" for nobody's and nothing that is known.
+    std::string user = {};
+    std::string target = {};
 };
 
 /// Whether it is the text of an IPv4 loopback address.
@@ -73,7 +76,7 @@ public:
 
 private:
     void CheckHost(std::string_view host) const;
-    [[nodiscard]] HttpAnswer Route(const HttpRequest& request) const;
+    [[nodiscard]] HttpAnswer Route(const HttpRequest& request, std::string& user, std::string& target) const;
 
     const Module& m_module;
     const Page& m_page;

@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstring>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -21,6 +22,7 @@
 #include "host/HttpServer.h"
 #include "host/Memory.h"
 #include "host/Router.h"
+#include "host/ServiceManager.h"
 #include "host/Supervisor.h"
 #include "platform/kivocore/ApplianceRoot.h"
 #include "platform/kivocore/FileDescriptor.h"
@@ -30,25 +32,32 @@ namespace KIVO::Host {
 
 namespace {
 
-/// A non-blocking socket that listens on the loopback address; port 0 is replaced with the one taken.
-Appliance::FileDescriptor Listen(const std::string& ip, std::uint16_t& port) {
+/// A non-blocking socket that listens on the loopback address.
+Appliance::FileDescriptor Listen(const std::string& ip, std::uint16_t port) {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     inet_pton(AF_INET, ip.c_str(), &address.sin_addr);
     address.sin_port = htons(port);
-    socklen_t size = sizeof address;
     const int on = 1;
 
     Appliance::FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (bind(listener.Get(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-        listen(listener.Get(), SOMAXCONN) != 0 ||
-        getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+    if (bind(listener.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        listen(listener.Get(), SOMAXCONN) != 0) {
         throw std::runtime_error("Cannot listen on " + ip + ":" + std::to_string(port) + ": " +
                                  std::strerror(errno) + ".");
     }
-    port = ntohs(address.sin_port);
     return listener;
+}
+
+/// "ADDRESS:PORT" of a listening socket.
+std::string NameOf(const Appliance::FileDescriptor& listener) {
+    sockaddr_in address = {};
+    socklen_t size = sizeof address;
+    getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &size);
+    char ip[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &address.sin_addr, ip, sizeof ip);
+    return std::string(ip) + ":" + std::to_string(ntohs(address.sin_port));
 }
 
 bool IsReadable(const std::string& path) { return faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) == 0; }
@@ -89,12 +98,15 @@ void CheckAsAccount(const Account& account) {
 
 /// A pipe that is full as nobody reads it would hold up whoever logs: its own way into it drops lines
 /// instead. Anything else that the starter gave stays as it is, for the starter shares it.
-void LetStandardErrorHoldNoOneUp() {
-    struct stat status {};
-    if (fstat(STDERR_FILENO, &status) == 0 && S_ISFIFO(status.st_mode)) {
-        const Appliance::FileDescriptor own(open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-        if (own.IsOpen()) {
-            dup2(own.Get(), STDERR_FILENO);
+void LetOutputHoldNoOneUp() {
+    for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
+        struct stat status {};
+        if (fstat(descriptor, &status) == 0 && S_ISFIFO(status.st_mode)) {
+            const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+            const Appliance::FileDescriptor own(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+            if (own.IsOpen()) {
+                dup2(own.Get(), descriptor);
+            }
         }
     }
 }
@@ -111,14 +123,16 @@ Appliance::FileDescriptor StopSignals() {
 
 }  // namespace
 
-void Serve(const Module& module, ServeOptions options) {
+void Serve(const Module& module, const ServeOptions& options) {
     assert(IsLoopback(options.address));
-    LetStandardErrorHoldNoOneUp();
+    LetOutputHoldNoOneUp();
     const Page page = ReadPage(options.pageFolder);
     if (page.empty()) {
         syslog(LOG_WARNING, "There is no notification centre page in %s.", options.pageFolder.c_str());
     }
-    const Appliance::FileDescriptor listener = Listen(options.address, options.port);
+    std::optional<Appliance::FileDescriptor> passed = TakeListener();
+    const Appliance::FileDescriptor listener =
+        passed ? *std::move(passed) : Listen(options.address, options.port);
     LimitDescriptors(kDescriptorsForConnections + kOtherDescriptors);
 
     // From here on the supervisor has the account's ids too: the workers are born with them, and its real and
@@ -135,7 +149,8 @@ void Serve(const Module& module, ServeOptions options) {
         LimitMemory();
         const Appliance::FileDescriptor stopSignals = StopSignals();
         const Router router(module, page, activity, options.router);
-        ServeHttp(router, listener.Get(), stopSignals.Get(), lifeline);
+        ServeHttp(router, listener.Get(), stopSignals.Get(), lifeline,
+                  {options.shouldLogRequests, [] { TellServiceManager("READY=1"); }});
     };
     const auto nameCall = [&module](int call) -> std::string {
         const std::size_t i = static_cast<std::size_t>(call) - 1;
@@ -146,7 +161,7 @@ void Serve(const Module& module, ServeOptions options) {
         return std::string(row.api) + "/" + std::to_string(row.version) + "/" + row.method;
     };
     Supervisor supervisor(options.workerCount, work, nameCall);
-    std::cout << "Listening on http://" << options.address << ":" << options.port << std::endl;
+    std::cout << "Listening on http://" << NameOf(listener) << std::endl;
     supervisor.Run();
 }
 

@@ -17,6 +17,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "host/ServiceManager.h"
+
 namespace KIVO::Host {
 
 namespace {
@@ -81,6 +83,7 @@ void Supervisor::Run() {
             syslog(LOG_NOTICE, "SIGHUP: the server ends. There are no settings that it could read anew.");
         }
         if (signal == SIGTERM || signal == SIGINT || signal == SIGHUP) {
+            TellServiceManager("STOPPING=1");
             StopAll();
             return;
         }

@@ -18,6 +18,7 @@
 #include "host/Refusal.h"
 #include "host/Router.h"
 #include "host/Serve.h"
+#include "host/ServiceManager.h"
 #include "host/commands/Init.h"
 #include "host/commands/Layout.h"
 #include "host/commands/Users.h"
@@ -125,6 +126,12 @@ int Run(int argc, char* argv[]) {
         ->type_name("N")
         ->capture_default_str();
 
+    serve.add_flag("--log-requests", options.shouldLogRequests,
+                   "Write a line a request: time, user, HTTP method, path, status, milliseconds");
+    serve.footer(
+        "A service manager may pass one listening socket (LISTEN_FDS), in place of --address and "
+        "--port, and is told when requests are answered (NOTIFY_SOCKET).");
+
     CLI::App& call = *app.add_subcommand("call", "Answers one request and prints the answer");
     call.footer("The exit status is 0 on success, 1 on an error answer and 2 on wrong usage.");
     std::string userName;
@@ -219,7 +226,8 @@ int main(int argc, char* argv[]) {
     while ((descriptor = open("/dev/null", O_RDWR)) >= 0 && descriptor <= STDERR_FILENO) {
     }
     close(descriptor);
-    openlog("webapi-host", LOG_PID | LOG_PERROR, LOG_DAEMON);
+    // What the journal gets by way of standard error it would have twice.
+    openlog("webapi-host", LOG_PID | (IsStandardErrorTheJournal() ? 0 : LOG_PERROR), LOG_DAEMON);
     try {
         return Run(argc, argv);
     } catch (const WrongUse& error) {

@@ -1,8 +1,10 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 
 #include <filesystem>
 #include <future>
+#include <regex>
 
 #include "tests/host/HostTest.h"
 
@@ -227,6 +229,91 @@ TEST_F(HostTest, SigtermLetsTheRequestsUnderWayFinish) {
     EXPECT_NE(halfSent.ReadAll().find("\"late\""), std::string::npos);
     EXPECT_EQ(m_host->Wait(), 0);
     EXPECT_EQ(idle.ReadAll(), "");
+}
+
+TEST_F(HostTest, AServiceManagerPassesTheSocketAndHearsOfItsUse) {
+    const auto bound = [](int type, in_addr_t ip) {
+        Appliance::FileDescriptor one(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+        const sockaddr_in address = {AF_INET, 0, {htonl(ip)}, {}};
+        EXPECT_EQ(bind(one.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        listen(one.Get(), 16);
+        return one;
+    };
+    const auto pass = [this](const Appliance::FileDescriptor& passed, const char* count) {
+        m_prepare = [&passed, count] {
+            dup2(passed.Get(), 3);
+            fcntl(3, F_SETFD, 0);
+            setenv("LISTEN_FDS", count, 1);
+            setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+        };
+    };
+    const auto listener = bound(SOCK_STREAM, INADDR_LOOPBACK);
+    for (const auto& [wrong, count] : {std::pair{&listener, "2"}, {&listener, "0"}}) {
+        pass(*wrong, count);
+        EXPECT_EQ(Start({"serve"})->Wait(), 1);
+        EXPECT_TRUE(HasLogged("is to pass one socket that listens on a loopback address")) << Log();
+    }
+    for (const auto& wrong : {bound(SOCK_STREAM, INADDR_ANY), bound(SOCK_DGRAM, INADDR_LOOPBACK)}) {
+        pass(wrong, "1");
+        EXPECT_EQ(Start({"serve"})->Wait(), 1);
+        EXPECT_TRUE(HasLogged("is to pass one socket that listens on a loopback address")) << Log();
+    }
+
+    const Appliance::FileDescriptor manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const std::string path = m_root.Path("/notify");
+    sockaddr_un address = {AF_UNIX, {}};
+    path.copy(address.sun_path, path.size());
+    ASSERT_EQ(bind(manager.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const auto hear = [&manager] {
+        char text[64] = {};
+        EXPECT_TRUE(Eventually([&] { return recv(manager.Get(), text, sizeof text - 1, MSG_DONTWAIT) > 0; }));
+        return std::string(text);
+    };
+    setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    pass(listener, "1");
+    Serve();
+    EXPECT_EQ(hear(), "READY=1");
+    EXPECT_EQ(Send().status, 200);
+    kill(m_host->Pid(), SIGTERM);
+    EXPECT_EQ(m_host->Wait(), 0);
+    EXPECT_EQ(hear(), "STOPPING=1");
+    // Who comes meanwhile is answered by the next one.
+    const RawConnection early(m_port);
+    early.Send(RawRequest("{}"));
+    Serve();
+    EXPECT_TRUE(early.ReadAll().starts_with("HTTP/1.1 200"));
+    EXPECT_EQ(hear(), "READY=1");
+    unsetenv("NOTIFY_SOCKET");
+}
+
+TEST_F(HostTest, TheRequestLogHasALineARequestAndNothingOfItsContent) {
+    Serve({"--workers", "1", "--log-requests"});
+    const auto expectLine = [this](const std::string& rest) {
+        const std::string line = m_host->Read('\n');
+        const std::regex expected("20..-..-..T..:..:..\\....Z " + rest + " [0-9]+\\.[0-9]");
+        EXPECT_TRUE(std::regex_match(line, expected)) << line << '\n' << rest;
+    };
+    const std::string token = kToken;
+    const std::vector<std::pair<HttpRequest, std::string>> cases = {
+        {{.path = "/webapi/Test/1/echo?" + token}, "alice POST /webapi/Test/1/echo 200"},
+        {{.path = "/webapi/Test/1/fail"}, "alice POST /webapi/Test/1/fail 200"},
+        {{.path = "/webapi/Test/1/" + token}, "alice POST - 404"},
+        {{.path = "/" + token, .token = ""}, "- POST - 401"},
+        {{.path = "/", .method = "GET", .token = ""}, "- GET / 200"},
+        {{.path = "/style.css", .method = "HEAD"}, "- HEAD /style.css 200"},
+        {{.path = "/session", .method = "GET"}, "alice GET /session 200"},
+        {{.path = "/session", .body = R"({"code":"x"})", .token = ""}, "- POST /session 401"},
+        {{.method = "PUT"}, "alice - /webapi/Test/1/echo 405"},
+        {{.body = std::string(1 << 17, ' ')}, "alice POST /webapi/Test/1/echo 413"},
+    };
+    for (const auto& [request, line] : cases) {
+        Send(request);
+        expectLine(line);
+    }
+    const RawConnection connection(m_port);
+    connection.Send("GET /" + token + " HTTP/1.1\r\nHost: other\r\n\r\n");
+    connection.ReadAll();
+    expectLine("- GET - 421");
 }
 
 TEST_F(HostTest, TheWorkersEndWithTheSupervisor) {
