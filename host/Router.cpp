@@ -115,6 +115,21 @@ bool IsForReading(const HttpRequest& request) {
            request.Header("Accept").find("text/html") != std::string_view::npos;
 }
 
+/// The text with the way from the path to the server's root in place of each "{root}": behind a proxy the
+/// root may be a path of its own.
+std::string FillInRoot(const std::string& text, std::string_view path) {
+    constexpr std::string_view kRoot = "{root}";
+    std::string way = "./";
+    for (auto slashes = std::ranges::count(path, '/'); slashes > 1; --slashes) {
+        way += "../";
+    }
+    std::string filled = text;
+    for (std::size_t place = 0; (place = filled.find(kRoot, place)) != filled.npos; place += way.size()) {
+        filled.replace(place, kRoot.size(), way);
+    }
+    return filled;
+}
+
 Json::Value DescribeSession(const Caller& caller) {
     Json::Value session(Json::objectValue);
     session["user"] = caller.userName;
@@ -266,7 +281,8 @@ HttpAnswer Router::Route(const HttpRequest& request, std::string& user, std::str
                            {"Cache-Control", "no-cache"},
                            {"Content-Security-Policy", kContentSecurityPolicy},
                            {"Referrer-Policy", "no-referrer"}},
-                          file->second.content);
+                          file->first == kNotFoundPage ? FillInRoot(file->second.content, request.path)
+                                                       : file->second.content);
     }
     if (request.path == kSessionPath && request.method == "POST") {
         RequireJson(request);

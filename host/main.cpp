@@ -150,7 +150,14 @@ int Run(int argc, char* argv[]) {
     signIn.footer("The link is good for " + std::to_string(kSignInTime.count()) + " minutes.");
     signIn.add_option("user", userName, "The user")->type_name("")->required();
     std::string url = "http://127.0.0.1:8095";
-    signIn.add_option("--url", url, "Where the page is served")->type_name("URL")->capture_default_str();
+    signIn.add_option("--url", url, "Where the page is served; behind a proxy it may have a path")
+        ->check([](const std::string& text) {
+            return text.starts_with("http://") || text.starts_with("https://")
+                       ? ""
+                       : text + " does not begin with http:// or https://.";
+        })
+        ->type_name("URL")
+        ->capture_default_str();
 
     const CLI::App& list = *app.add_subcommand("list", "Lists the methods that the module serves and checks");
 
@@ -178,6 +185,7 @@ int Run(int argc, char* argv[]) {
                 throw CLI::ValidationError(
                     "user", "The appliance has no user " + userName + " with a token of its own.");
             }
+            url.resize(url.find_last_not_of('/') + 1);
             std::cout << url << "/#code=" << *code << std::endl;
             return EXIT_SUCCESS;
         }

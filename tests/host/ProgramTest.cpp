@@ -30,6 +30,8 @@ TEST_F(HostTest, CommandsTellByTheirExitStatus) {
         {{"call", "--user", "alice", "Test/1/echo", "[]"}, 1, R"("code" : 400)"},
         {{"sign-in", "alice"}, 0, "http://127.0.0.1:8095/#code=616c696365."},
         {{"sign-in", "--url", "https://a.example", "alice"}, 0, "https://a.example/#code="},
+        {{"sign-in", "--url", "https://a.example/b//", "alice"}, 0, "https://a.example/b/#code="},
+        {{"sign-in", "--url", "a.example/b", "alice"}, 2, "a.example/b does not begin with http:// or"},
         {{"sign-in", "carol"}, 2, "no user carol with a token of its own"},
         {{"list"}, 0, "Checked:\n  Test/2/checked\n"},
         {{"--help"}, 0, "Usage:"},

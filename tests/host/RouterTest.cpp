@@ -34,7 +34,8 @@ protected:
     }
 
     const Host::Module m_module{TEST_MODULE};
-    const Host::Page m_page = {{"/", {"<p>page</p>", "text/html"}}};
+    const Host::Page m_page = {{"/", {"<p>page</p>", "text/html"}},
+                               {"/404.html", {"{root}a {root}", "text/html"}}};
     Host::Activity m_activity = 0;
     const Host::Router m_router{m_module, m_page, m_activity, {.hostNames = {"nas.example"}}};
 };
@@ -197,6 +198,13 @@ TEST_F(RouterTest, ThePageNeedsNoToken) {
         "require-trusted-types-for 'script'; trusted-types 'none'";
     headers["Referrer-Policy"] = "no-referrer";
     EXPECT_EQ(Headers(page.headers.begin(), page.headers.end()), headers);
+
+    // Behind a proxy the server's root may be a path of its own.
+    for (const auto& [path, body] :
+         {std::pair{"/404.html", "./a ./"}, {"/nope", "./a ./"}, {"/a/b/", "./../../a ./../../"}}) {
+        const Host::HttpRequest reading = {"GET", path, {{"Accept", "text/html"}}};
+        EXPECT_EQ(m_router.Answer(reading).body, body);
+    }
 }
 
 }  // namespace

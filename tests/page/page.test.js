@@ -134,6 +134,7 @@ it('signing in says how to get another link when one is wrong, takes it in the s
   const nowhere = await page.goto(`${appliance.origin}/no/such/page`);
   assert.equal(nowhere.status(), 404);
   await shows(page, 'h1', 'There is nothing here');
+  assert.equal(await page.locator('a').evaluate(link => link.href), `${appliance.origin}/`);
 });
 
 it('the list shows the newest of 10,000, asks for each thing once, and says that it looks far back until it is stopped', async () => {
