@@ -11,7 +11,7 @@ namespace KIVO::NEXNotify {
 namespace {
 
 /// The event; nothing when it is no object, or has a member twice or of another type.
-std::optional<CategoryEvent> ReadEvent(simdjson::dom::element element) {
+[[nodiscard]] std::optional<CategoryEvent> ReadEvent(simdjson::dom::element element) {
     simdjson::dom::object fields;
     if (element.get(fields) != simdjson::SUCCESS) {
         return std::nullopt;
@@ -36,7 +36,7 @@ std::optional<CategoryEvent> ReadEvent(simdjson::dom::element element) {
 
 /// The events of the document, none when it has no list of them; nothing when the JSON library may see it
 /// otherwise.
-std::optional<std::vector<CategoryEvent>> ReadEvents(simdjson::dom::object document) {
+[[nodiscard]] std::optional<std::vector<CategoryEvent>> ReadEvents(simdjson::dom::object document) {
     std::optional<simdjson::dom::array> list;
     if (!FindOnly(document, "All", list)) {
         return std::nullopt;
@@ -74,6 +74,7 @@ bool CategoryDocument::Load(const std::string& path) {
 }
 
 const Json::Value& CategoryDocument::Tree() {
+    assert(!m_text.empty());
     if (!m_tree) {
         [[maybe_unused]] const bool isJson = ParseJsonText(m_text, m_tree.emplace());
         assert(isJson);  // What could be scanned is JSON to the library, too.

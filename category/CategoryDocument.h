@@ -2,6 +2,7 @@
 
 #include <json/value.h>
 
+#include <cassert>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,12 +23,16 @@ struct CategoryEvent {
 /// The content of a category file, read for one request.
 class CategoryDocument {
 public:
-    /// Called once. False, with errno set, when the file cannot be read or is not JSON.
+    /// Called once, and before all else. False, with errno telling why, when the file cannot be read or is
+    /// not JSON; the object is of no use then.
     [[nodiscard]] bool Load(const std::string& path);
 
     /// The events, valid as long as this object; nothing when only the JSON library can tell what they are,
     /// from the tree.
-    const std::optional<std::vector<CategoryEvent>>& Events() const { return m_events; }
+    const std::optional<std::vector<CategoryEvent>>& Events() const {
+        assert(!m_text.empty());
+        return m_events;
+    }
 
     /// The whole document.
     const Json::Value& Tree();

@@ -48,7 +48,7 @@ void KIVO::Fuzz::Try(const std::string& input) {
     std::filesystem::last_write_time(path, changed -= std::chrono::seconds(1));
 
     NEXNotify::StringList list;
-    const int count = list.AddSections(path);
+    const int count = list.AddSections(path).value_or(-1);
     std::set<std::string> tags;
     for (int index = 0; index < count; ++index) {
         tags.insert(list[index]);

@@ -18,7 +18,7 @@ namespace {
 constexpr char kNoAnswer[] = "The method failed and gave no answer.";
 
 /// Lets the method answer. True when its check function accepted the request.
-bool Call(const Method& method, APIRequest& request, APIResponse& response) {
+[[nodiscard]] bool Call(const Method& method, APIRequest& request, APIResponse& response) {
     std::string thrown = "something that is no std::exception";
     try {
         if (!method.check(&request, &response)) {

@@ -30,7 +30,7 @@ constexpr std::string_view kNotFoundPage = "/404.html";
 /// it.
 constexpr char kContentSecurityPolicy[] =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
-    "manifest-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'; "
+    "base-uri 'none'; form-action 'none'; frame-ancestors 'none'; "
     "require-trusted-types-for 'script'; trusted-types 'none'";
 
 bool EqualsIgnoringCase(std::string_view a, std::string_view b) {

@@ -64,13 +64,13 @@ bool IsReadable(const std::string& path) { return faccessat(AT_FDCWD, path.c_str
 
 /// Warns of what is not as the superuser needs it.
 void CheckAsSuperuser() {
-    const std::string usersFile = Appliance::Rooted("/etc/kivo/users.json");
+    const std::string usersFile = Appliance::Rooted(Appliance::kUsersPath);
     struct stat status {};
     if (stat(usersFile.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0) {
         syslog(LOG_WARNING, "Every account can read %s and so sign in as anyone: run chmod o-r on it.",
                usersFile.c_str());
     }
-    const std::string database = Appliance::Rooted("/var/lib/kivo/nexnotify.db");
+    const std::string database = Appliance::Rooted(Appliance::kDatabasePath);
     if (!IsReadable(database)) {
         syslog(LOG_WARNING, "There is no notification database at %s that can be read.", database.c_str());
     }
@@ -88,7 +88,7 @@ void CheckAsAccount(const Account& account) {
     }
     if (Appliance::LoadUsers()->empty()) {
         syslog(LOG_WARNING, "No one can sign in: there are no users in %s, or it cannot be read.",
-               Appliance::Rooted("/etc/kivo/users.json").c_str());
+               Appliance::Rooted(Appliance::kUsersPath).c_str());
     }
     const std::string catalogue = Appliance::Rooted("/var/cache/texts/enu/mails");
     if (!IsReadable(catalogue)) {

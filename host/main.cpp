@@ -44,8 +44,8 @@ void PrintRows(const char* title, std::span<const Row> rows) {
 }
 
 /// Answers one request and prints the envelope. The program's exit status.
-int Call(const Module& module, const Caller& caller, const std::string& address,
-         const std::string& parameters) {
+[[nodiscard]] int Call(const Module& module, const Caller& caller, const std::string& address,
+                       const std::string& parameters) {
     Json::Value envelope;
     try {
         envelope = Dispatch(module.Find(address), caller, parameters);
@@ -74,7 +74,7 @@ void MakeRoot(const std::string& root, bool isNamed) {
 }
 
 /// Does what the command line says. The program's exit status.
-int Run(int argc, char* argv[]) {
+[[nodiscard]] int Run(int argc, char* argv[]) {
     CLI::App app("Serves a web-API module of the appliance on this machine.");
     app.require_subcommand(1);
     app.fallthrough();

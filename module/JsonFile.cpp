@@ -1,7 +1,6 @@
 #include "module/JsonFile.h"
 
 #include <json/reader.h>
-#include <sys/stat.h>
 
 #include <cstdio>
 #include <utility>
@@ -23,15 +22,13 @@ bool ParseJsonText(std::string_view text, Json::Value& value) {
 }
 
 std::optional<std::string> ReadTextFile(const std::string& path) {
-    const File file = OpenToRead(path);
+    off_t size = 0;
+    const File file = OpenToRead(path, &size);
     if (!file) {
         return std::nullopt;
     }
     std::string text;
-    struct stat status = {};
-    if (fstat(fileno(file.get()), &status) == 0) {
-        text.reserve(static_cast<size_t>(status.st_size));
-    }
+    text.reserve(static_cast<size_t>(size));
     char chunk[65536];
     size_t count = 0;
     while ((count = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {

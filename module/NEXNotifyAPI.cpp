@@ -1,11 +1,16 @@
 #include "module/NEXNotifyAPI.h"
 
+#include <cassert>
+
 namespace KIVO::NEXNotify {
 
 NEXNotifyAPIBase::NEXNotifyAPIBase(APIRequest* request, APIResponse* response)
-    : m_request(request), m_response(response) {}
+    : m_request(request), m_response(response) {
+    assert(m_request != nullptr && m_response != nullptr);
+}
 
 void NEXNotifyAPIBase::Run() {
+    assert(m_error.isNull() && m_result.isNull());  // as they are until the first run
     int code = ParseParams();
     if (code == 0) {
         code = Execute();

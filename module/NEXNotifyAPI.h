@@ -31,11 +31,11 @@ void NEXNotify_1_notify(KIVO::APIRequest* request, KIVO::APIResponse* response);
 
 /// Accepts a request to "notify", or sets error 120 with {"name", "reason"}, which names the first parameter
 /// that is wrong, and returns false.
-bool NEXNotify_1_notify_Check(KIVO::APIRequest* request, KIVO::APIResponse* response);
+[[nodiscard]] bool NEXNotify_1_notify_Check(KIVO::APIRequest* request, KIVO::APIResponse* response);
 
-/// Accept every request: their handlers judge the parameters themselves.
-bool Strings_1_get_Check(KIVO::APIRequest* request, KIVO::APIResponse* response);
-bool MailContent_1_get_Check(KIVO::APIRequest* request, KIVO::APIResponse* response);
+/// Accept every request: their handlers check the parameters themselves.
+[[nodiscard]] bool Strings_1_get_Check(KIVO::APIRequest* request, KIVO::APIResponse* response);
+[[nodiscard]] bool MailContent_1_get_Check(KIVO::APIRequest* request, KIVO::APIResponse* response);
 
 namespace KIVO::NEXNotify {
 
@@ -52,7 +52,7 @@ void MailContent_1_get(APIRequest* request, APIResponse* response);
 /// the first error or the result to the response. One object answers one request, once.
 class NEXNotifyAPIBase {
 public:
-    /// Borrows both, which must outlive the object.
+    /// Borrows both, which are not null and must outlive the object.
     NEXNotifyAPIBase(APIRequest* request, APIResponse* response);
     virtual ~NEXNotifyAPIBase() = default;
     NEXNotifyAPIBase(const NEXNotifyAPIBase&) = delete;
@@ -63,9 +63,9 @@ public:
     virtual void Run();
 
     /// The steps. Each returns 0 or an error code; what the client should be told besides is left in m_error.
-    virtual int ParseParams() { return 0; }
-    virtual int Execute() { return 0; }
-    virtual int FormOutput() { return 0; }
+    [[nodiscard]] virtual int ParseParams() { return 0; }
+    [[nodiscard]] virtual int Execute() { return 0; }
+    [[nodiscard]] virtual int FormOutput() { return 0; }
 
     /// The error object {"sec", "key", "line"}: which message the client shows, and where the error was
     /// formed. A negative line is left out.

@@ -40,7 +40,7 @@ Json::Value Listing::Items() {
 }
 
 void Listing::Add(std::string_view text, const RowFacts& facts) {
-    if (!m_filter.Lists(facts.tag)) {
+    if (!m_filter.IsListed(facts.tag)) {
         return;
     }
     if (!facts.hasTime) {

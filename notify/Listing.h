@@ -21,7 +21,8 @@ public:
 
     /// The callback of the query, with the listing as its argument; stops the query at a text that is not
     /// JSON. No exception may pass through SQLite: it stops the query, too, and waits for ThrowFailure.
-    static int OnRow(void* listing, int columnCount, char** columnTexts, char** columnNames) noexcept;
+    [[nodiscard]] static int OnRow(void* listing, int columnCount, char** columnTexts,
+                                   char** columnNames) noexcept;
 
     /// Throws what stopped the query, if anything was thrown.
     void ThrowFailure() const;

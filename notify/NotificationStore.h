@@ -17,10 +17,10 @@ struct FreeSql {
 using SqlText = std::unique_ptr<char, FreeSql>;
 
 /// Deletes the user's links to messages, never a message: others may have it too.
-SqlText DeleteNotificationsSql(int uid);
+[[nodiscard]] SqlText DeleteNotificationsSql(int uid);
 
 /// Reads the texts of the user's notifications, oldest first.
-SqlText ReadNotificationsSql(int uid);
+[[nodiscard]] SqlText ReadNotificationsSql(int uid);
 
 /// One connection to the notification database, closed at the end of its life.
 class NotificationStore {

@@ -20,16 +20,17 @@ public:
 
     /// Reads the parameters. 117 with an error object when one cannot be converted: the fields read before it
     /// keep their values.
-    int ParseParams() override;
+    [[nodiscard]] int ParseParams() override;
 
     /// Runs the action. 101 with an error object when there is none of that name, 117 when the identity that
     /// it needs cannot be raised.
-    int Execute() override;
+    [[nodiscard]] int Execute() override;
 
     /// Callback of the query of stored notifications: parses the row's text and appends the value (null for
     /// NULL) to the Json::Value array at `array`. 0 to go on, 1 to stop the query at a text that is not JSON.
     /// Throws when memory is short, so SQLite must not be its direct caller.
-    static int readDbToJson(void* array, int columnCount, char** columnTexts, char** columnNames);
+    [[nodiscard]] static int readDbToJson(void* array, int columnCount, char** columnTexts,
+                                          char** columnNames);
 
     /// The enabled tags: the section names of the English catalogue, none when it cannot be read. The set
     /// takes its memory from the resource.
@@ -40,13 +41,13 @@ public:
 
 private:
     // Action "load" (Load.cpp).
-    int ExecuteLoad();
+    [[nodiscard]] int ExecuteLoad();
 
     // Action "apply" (NotificationStore.cpp).
-    int ExecuteApply();
+    [[nodiscard]] int ExecuteApply();
 
     // Action "loadHaveNtAppList" (category/).
-    int ExecuteLoadHaveNtAppList();
+    [[nodiscard]] int ExecuteLoadHaveNtAppList();
     Json::Value GetNotifyCategorySettings() const;
     void UpdateNotifyCategorySettingsFromUserSetting(Json::Value& categories) const;
     void CheckNotifyCategoryPrivilege(Json::Value& categories) const;

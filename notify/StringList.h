@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cassert>
+#include <optional>
 #include <string>
 
 #include "kivocore/file.h"
@@ -22,11 +23,11 @@ public:
 
     explicit operator bool() const { return m_list != nullptr; }
 
-    /// Adds the section names of the sectioned file. Their number, or a negative number when it cannot be
-    /// read.
-    [[nodiscard]] int AddSections(const std::string& path) {
+    /// Adds the section names of the sectioned file. Their number; nothing when it cannot be read.
+    [[nodiscard]] std::optional<int> AddSections(const std::string& path) {
         assert(m_list != nullptr);
-        return KLIBCFileEnumSection(path.c_str(), &m_list);
+        const int count = KLIBCFileEnumSection(path.c_str(), &m_list);
+        return count >= 0 ? std::optional(count) : std::nullopt;
     }
 
     const char* operator[](int index) const { return KLIBCSzListGet(m_list, index); }

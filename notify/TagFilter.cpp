@@ -1,7 +1,5 @@
 #include "notify/TagFilter.h"
 
-#include <algorithm>
-
 #include "module/Paths.h"
 #include "notify/Notify.h"
 #include "notify/StoredRow.h"
@@ -14,7 +12,7 @@ namespace {
 
 /// Of tags that are remembered, in bytes. An appliance has far fewer, but a stored title can be anything, and
 /// another one in each row.
-constexpr std::size_t kMostDecided = std::size_t{2} * 1024 * 1024;
+constexpr std::size_t kMostRemembered = std::size_t{2} * 1024 * 1024;
 /// Of one of them beside its text: its node, its buckets, and those that it had when there were fewer.
 constexpr std::size_t kEntrySize = 192;
 
@@ -22,23 +20,23 @@ constexpr std::size_t kEntrySize = 192;
 
 TagFilter::TagFilter(const Notify& notify, bool all)
     : m_notify(notify), m_all(all), m_enabled(notify.getEnabledNotificationList(m_memory)) {
-    m_decided.max_load_factor(0.25F);  // one look-up a row: the fewer steps, the better
+    m_isListed.max_load_factor(0.25F);  // one look-up a row: the fewer steps, the better
 }
 
-bool TagFilter::Lists(std::string_view tag) {
-    if (const auto decided = m_decided.find(tag); decided != m_decided.end()) {
-        return decided->second;
+bool TagFilter::IsListed(std::string_view tag) {
+    if (const auto known = m_isListed.find(tag); known != m_isListed.end()) {
+        return known->second;
     }
-    const bool isListed = Decide(tag);
+    const bool isListed = AskIfListed(tag);
     const std::size_t size = tag.size() + kEntrySize;
-    if (m_decidedSize + size <= kMostDecided) {
-        m_decided.emplace(tag, isListed);
-        m_decidedSize += size;
+    if (m_rememberedSize + size <= kMostRemembered) {
+        m_isListed.emplace(tag, isListed);
+        m_rememberedSize += size;
     }
     return isListed;
 }
 
-bool TagFilter::Decide(std::string_view tag) {
+bool TagFilter::AskIfListed(std::string_view tag) {
     // A tag with a colon is of the desktop itself, which no catalogue describes.
     if (tag.find(':') == tag.npos && !m_enabled.contains(tag)) {
         return false;
@@ -56,8 +54,8 @@ EnabledTags Notify::getEnabledNotificationList(std::pmr::memory_resource& memory
     if (!sections) {
         return tags;
     }
-    const int count = sections.AddSections(Paths::MailsCatalogue(Paths::kEnglish));
-    tags.reserve(static_cast<std::size_t>(std::max(count, 0)));
+    const int count = sections.AddSections(Paths::MailsCatalogue(Paths::kEnglish)).value_or(0);
+    tags.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
         tags.emplace(sections[i]);
     }

@@ -24,10 +24,10 @@ public:
 
     /// Whether notifications of the tag are listed. The platform is asked once a tag, as long as the tags can
     /// be remembered.
-    [[nodiscard]] bool Lists(std::string_view tag);
+    [[nodiscard]] bool IsListed(std::string_view tag);
 
 private:
-    bool Decide(std::string_view tag);
+    bool AskIfListed(std::string_view tag);
 
     const Notify& m_notify;
     bool m_all;
@@ -36,8 +36,8 @@ private:
     EnabledTags m_enabled;
     /// What is asked about; only its title changes.
     Json::Value m_notification;
-    std::pmr::unordered_map<std::pmr::string, bool, HashText, std::equal_to<>> m_decided{&m_memory};
-    std::size_t m_decidedSize = 0;
+    std::pmr::unordered_map<std::pmr::string, bool, HashText, std::equal_to<>> m_isListed{&m_memory};
+    std::size_t m_rememberedSize = 0;
 };
 
 }  // namespace KIVO::NEXNotify

@@ -1,3 +1,4 @@
+#include <optional>
 #include <string>
 
 #include "module/ErrorCodes.h"
@@ -24,36 +25,37 @@ std::string ReadTag(const Json::Value& title) {
 }
 
 /// The tag's mail body from the mail templates, where they have the tag, or from the UI language's catalogue;
-/// "" when it cannot be had.
-std::string MailContentOf(APIRequest& request) {
+/// nothing when it cannot be had or is empty.
+[[nodiscard]] std::optional<std::string> MailContentOf(APIRequest& request) {
     const NotifyString record(KIVONotifyStringNew());
     StringList templates;
     if (!templates) {
         LOG_CORE_FAILURE("KLIBCSzListAlloc(BUFSIZ) failed.");
-        return "";
+        return std::nullopt;
     }
     const std::string tag = ReadTag(request.GetParam("title", Json::Value()));
     std::string path = Paths::MailTemplates();
-    if (templates.AddSections(path) < 0 || !templates.Contains(tag)) {
+    if (!templates.AddSections(path) || !templates.Contains(tag)) {
         path = Paths::MailsCatalogue(request.GetUILanguage());
     }
     if (KIVONotifyStringGetByPath(path.c_str(), tag.c_str(), record.get(), 1) != 0) {
         LOG_CORE_FAILURE("Get NString failed.");
-        return "";
+        return std::nullopt;
     }
-    return record->mailText != nullptr ? record->mailText : "";
+    const char* mail = record->mailText;
+    return mail != nullptr && *mail != '\0' ? std::optional(mail) : std::nullopt;
 }
 
 }  // namespace
 
 void MailContent_1_get(APIRequest* request, APIResponse* response) {
-    const std::string mail = MailContentOf(*request);
-    if (mail.empty()) {
+    const auto mail = MailContentOf(*request);
+    if (!mail) {
         response->SetError(kErrorSystem, Json::Value());
         return;
     }
     Json::Value result(Json::objectValue);
-    result["mailContent"] = mail;
+    result["mailContent"] = *mail;
     response->SetSuccess(result);
 }
 

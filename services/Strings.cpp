@@ -33,7 +33,7 @@ constexpr char kUnreadable[] = " operater failed.";  // behind the path
 using Tags = std::unordered_set<std::string>;
 
 /// The tags that the configuration lists for the package; nothing when only the JSON library is to judge it.
-std::optional<Tags> ScanTags(std::string_view configuration, const std::string& package) {
+[[nodiscard]] std::optional<Tags> ScanTags(std::string_view configuration, const std::string& package) {
     JsonScanner scanner;
     const auto packages = scanner.Scan(configuration);
     std::optional<simdjson::dom::object> entry;

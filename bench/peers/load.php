@@ -78,7 +78,7 @@ function load(SQLite3 $database, Kept $users, Kept $tags, string $name, array $p
     $pageSize = $limit > 0 ? $limit : 30;
     $offset = max($parameters['offset'] ?? 0, 0);
     $page = [];
-    $listable = 0;
+    $listed = 0;
     $skipped = 0;
     for ($i = count($filtered) - 1; $i >= 0; --$i) {
         if (!isset($filtered[$i]['time'])) {
@@ -88,10 +88,10 @@ function load(SQLite3 $database, Kept $users, Kept $tags, string $name, array $p
         if (count($page) >= $pageSize) {
             break;
         }
-        if ($listable >= $offset) {
+        if ($listed >= $offset) {
             $page[] = $filtered[$i];
         }
-        ++$listable;
+        ++$listed;
     }
     return json_encode([
         'total' => $limit > 0 ? count($filtered) - $skipped : count($page),

@@ -70,7 +70,7 @@ def load(database, users, tags, name, parameters):
     page_size = limit if limit > 0 else 30
     offset = max(parameters.get("offset", 0), 0)
     page = []
-    listable = 0
+    listed = 0
     skipped = 0
     for row in reversed(filtered):
         if "time" not in row:
@@ -78,9 +78,9 @@ def load(database, users, tags, name, parameters):
             continue
         if len(page) >= page_size:
             break
-        if listable >= offset:
+        if listed >= offset:
             page.append(row)
-        listable += 1
+        listed += 1
     answer = {
         "total": len(filtered) - skipped if limit > 0 else len(page),
         "items": page,

@@ -29,7 +29,7 @@ const char* Keep(Catalogue& catalogue, const char* text) {
     return static_cast<char*>(std::memcpy(catalogue.texts.allocate(size, 1), text, size));
 }
 
-std::shared_ptr<const Catalogue> ParseCatalogue(const std::string& content) {
+[[nodiscard]] std::shared_ptr<const Catalogue> ParseCatalogue(const std::string& content) {
     const KeyFile file(g_key_file_new(), &g_key_file_unref);
     if (!g_key_file_load_from_data(file.get(), content.data(), content.size(), G_KEY_FILE_NONE, nullptr)) {
         return nullptr;
@@ -58,7 +58,7 @@ std::shared_ptr<const Catalogue> ParseCatalogue(const std::string& content) {
 /// The catalogues read last, so that thousands of lookups in one file parse it once.
 class CatalogueCache {
 public:
-    std::shared_ptr<const Catalogue> Load(int descriptor) {
+    [[nodiscard]] std::shared_ptr<const Catalogue> Load(int descriptor) {
         const std::optional<FileIdentity> identity = IdentifyFile(descriptor);
         if (!identity) {
             return nullptr;

@@ -85,7 +85,7 @@ std::vector<std::string> MakeEnvironment() {
 }
 
 /// Lets the program inherit no descriptor but the standard streams.
-bool CloseOthersAtStart() {
+[[nodiscard]] bool CloseOthersAtStart() {
     if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0) {
         return true;
     }
@@ -133,7 +133,7 @@ bool IsEmpty(const FileDescriptor& pipe) {
 }
 
 /// The exit status of the process, or -1 when it was killed.
-int WaitFor(pid_t process) {
+[[nodiscard]] int WaitFor(pid_t process) {
     int status = 0;
     pid_t ended = 0;
     do {

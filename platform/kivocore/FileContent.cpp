@@ -23,7 +23,7 @@ long long ToNanoseconds(const timespec& time) {
     return std::chrono::nanoseconds(std::chrono::seconds(time.tv_sec)).count() + time.tv_nsec;
 }
 
-std::optional<FileIdentity> Identify(const struct stat& status) {
+[[nodiscard]] std::optional<FileIdentity> Identify(const struct stat& status) {
     if (!S_ISREG(status.st_mode)) {
         errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
         return std::nullopt;

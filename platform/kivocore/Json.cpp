@@ -119,7 +119,7 @@ std::string MakeUtf8(std::string_view text) {
     return valid.append(text);
 }
 
-bool Parse(const std::string& text, Json::Value& value, std::string& error) {
+[[nodiscard]] bool Parse(const std::string& text, Json::Value& value, std::string& error) {
     static const Json::CharReaderBuilder builder = MakeReaderBuilder();
     if (!IsUtf8(text)) {
         error = "The text is not UTF-8.";

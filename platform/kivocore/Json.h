@@ -20,6 +20,6 @@ namespace KIVO::Appliance {
 KIVO_PUBLIC std::string WriteJson(const Json::Value& value);
 
 /// The value of a number that was written as an integer and fits an int; nothing for every other value.
-KIVO_PUBLIC std::optional<int> AsInt(const Json::Value& value);
+[[nodiscard]] KIVO_PUBLIC std::optional<int> AsInt(const Json::Value& value);
 
 }  // namespace KIVO::Appliance

@@ -36,7 +36,7 @@ public:
     void Commit(mode_t mode);
 
 private:
-    bool TakeTurn() const;
+    [[nodiscard]] bool TakeTurn() const;
 
     std::string m_path;
     std::string m_temporaryPath;

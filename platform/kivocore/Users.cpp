@@ -24,7 +24,7 @@ constexpr char kDefaultLanguage[] = "enu";
 constexpr std::chrono::seconds kRewritingTime(3);
 
 /// The strings of an array; none for a missing one, nothing for any other value.
-std::optional<std::unordered_set<std::string>> ReadStrings(const Json::Value& value) {
+[[nodiscard]] std::optional<std::unordered_set<std::string>> ReadStrings(const Json::Value& value) {
     if (!value.isNull() && !value.isArray()) {
         return std::nullopt;
     }
@@ -39,14 +39,14 @@ std::optional<std::unordered_set<std::string>> ReadStrings(const Json::Value& va
 }
 
 /// "" for a missing string, nothing for any other value.
-std::optional<std::string> ReadString(const Json::Value& value) {
+[[nodiscard]] std::optional<std::string> ReadString(const Json::Value& value) {
     if (value.isNull()) {
         return "";
     }
     return value.isString() ? std::optional(value.asString()) : std::nullopt;
 }
 
-std::optional<User> ReadUser(const Json::Value& entry) {
+[[nodiscard]] std::optional<User> ReadUser(const Json::Value& entry) {
     if (!entry.isObject()) {
         return std::nullopt;
     }
@@ -72,7 +72,8 @@ std::optional<User> ReadUser(const Json::Value& entry) {
 }
 
 /// The document's users; null when it is no users file.
-std::shared_ptr<const Users> ReadUsers(const Json::Value& document, const std::string& path, bool shouldLog) {
+[[nodiscard]] std::shared_ptr<const Users> ReadUsers(const Json::Value& document, const std::string& path,
+                                                     bool shouldLog) {
     if (!document.isObject() || !document["users"].isObject()) {
         return nullptr;
     }

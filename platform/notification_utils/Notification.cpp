@@ -54,7 +54,7 @@ std::map<std::string, User> FindRecipients(const std::string& name) {
     if (recipients.empty()) {
         throw std::runtime_error(
             (isGroup ? "No user is in the group \"" + name.substr(1) : "There is no user \"" + name) +
-            "\" in " + Rooted("/etc/kivo/users.json") + ".");
+            "\" in " + Rooted(kUsersPath) + ".");
     }
     return recipients;
 }

@@ -30,7 +30,7 @@ constexpr unsigned kLongestSeconds = 9;
 enum ExitStatus { kSuccess = 0, kFailure = 1, kWrongUsage = 2 };
 
 /// Says the sentence on one line, whatever the arguments that it quotes hold.
-ExitStatus Report(std::string sentence, ExitStatus status) {
+[[nodiscard]] ExitStatus Report(std::string sentence, ExitStatus status) {
     std::ranges::replace_if(
         sentence, [](unsigned char byte) { return std::iscntrl(byte) != 0; }, '?');
     std::fprintf(stderr, "notification_utils: %s\n", sentence.c_str());
@@ -68,7 +68,7 @@ public:
     void Lift() { alarm(0); }
 };
 
-int Run(int argumentCount, const char* const* arguments, TimeLimit& limit) {
+[[nodiscard]] int Run(int argumentCount, const char* const* arguments, TimeLimit& limit) {
     CLI::App tool("Generates the category file of a language, or stores a notification for users.",
                   "notification_utils");
     std::string language;

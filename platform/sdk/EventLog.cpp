@@ -37,7 +37,7 @@ std::string HexCode(unsigned int code) {
 constexpr std::chrono::milliseconds kLockTime(500);
 constexpr std::chrono::milliseconds kLockPause(5);
 
-bool Lock(const FileDescriptor& file) {
+[[nodiscard]] bool Lock(const FileDescriptor& file) {
     const auto end = std::chrono::steady_clock::now() + kLockTime;
     while (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
         if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > end) {
@@ -51,7 +51,7 @@ bool Lock(const FileDescriptor& file) {
 /// All of the line or nothing of it, with errno set: on a disk that fills up, the half of a line would spoil
 /// the next one too. Under a lock, so that nothing but that half is cut off. Neither waits for a reader of a
 /// named pipe nor writes where a link points.
-bool AppendLine(const std::string& path, const std::string& line) {
+[[nodiscard]] bool AppendLine(const std::string& path, const std::string& line) {
     const FileDescriptor file(
         open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, kLogMode));
     if (!file.IsOpen() || !IdentifyFile(file.Get()) || !Lock(file)) {

@@ -46,7 +46,7 @@ public:
 
     /// Called by SQLite at each try. Its own handler soon asks ten times a second only, and beside a writer
     /// that commits row after row it may miss every moment between two rows until the time is up.
-    bool GoOn(bool isFirst) {
+    [[nodiscard]] bool GoOn(bool isFirst) {
         const auto now = Clock::now();
         if (isFirst) {
             m_start = now;
@@ -66,7 +66,7 @@ public:
 
 private:
     /// Nobody has two turns in a row when the first was in vain: others ask this process for other things.
-    bool TakeTurn(Clock::time_point now) {
+    [[nodiscard]] bool TakeTurn(Clock::time_point now) {
         if (m_turn.IsOpen()) {
             return true;
         }
@@ -94,7 +94,9 @@ int WaitForLock(void*, int tries) try { return t_wait.GoOn(tries == 0) ? 1 : 0; 
     return 0;
 }
 
-int Execute(sqlite3* handle, const char* sql) { return sqlite3_exec(handle, sql, nullptr, nullptr, nullptr); }
+[[nodiscard]] int Execute(sqlite3* handle, const char* sql) {
+    return sqlite3_exec(handle, sql, nullptr, nullptr, nullptr);
+}
 
 /// Whether the database is in WAL mode. It has been read.
 bool HasWal(sqlite3* handle) {
@@ -121,14 +123,14 @@ struct CopyProgress {
 };
 
 /// The index of a connection to a database in WAL mode, which has been read: it is mapped already.
-const volatile std::uint32_t* MappedIndex(sqlite3_file& file) {
+[[nodiscard]] const volatile std::uint32_t* MappedIndex(sqlite3_file& file) {
     constexpr int kRegionSize = 32 * 1024;
     volatile void* region = nullptr;
     const bool isMapped = file.pMethods->xShmMap(&file, 0, kRegionSize, 0, &region) == SQLITE_OK;
     return isMapped ? static_cast<const volatile std::uint32_t*>(region) : nullptr;
 }
 
-std::optional<CopyProgress> ReadProgress(sqlite3_file& file) {
+[[nodiscard]] std::optional<CopyProgress> ReadProgress(sqlite3_file& file) {
     const volatile std::uint32_t* index = MappedIndex(file);
     return index != nullptr ? std::optional(CopyProgress{{index[8], index[9]}, index[24], index[32]})
                             : std::nullopt;
@@ -144,7 +146,7 @@ bool IsCopying(sqlite3_file& file) {
     return false;
 }
 
-int OpenNew(const std::string& path, sqlite3** handle) {
+[[nodiscard]] int OpenNew(const std::string& path, sqlite3** handle) {
     int result = sqlite3_open_v2(path.c_str(), handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     if (result == SQLITE_OK) {
         sqlite3_busy_handler(*handle, &WaitForLock, nullptr);
@@ -292,7 +294,7 @@ public:
     KeptConnection(const KeptConnection&) = delete;
     KeptConnection& operator=(const KeptConnection&) = delete;
 
-    int Open(const std::string& path, sqlite3** db) {
+    [[nodiscard]] int Open(const std::string& path, sqlite3** db) {
         const std::scoped_lock lock(m_mutex);
         if (m_connection && !m_isLent) {
             if (path == m_connection->Path() && m_connection->Look() == Connection::State::Current) {

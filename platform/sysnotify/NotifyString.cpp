@@ -43,7 +43,7 @@ struct OwningRecord : NString {
 
 /// Looks the tag up in the file or in the one at the path.
 template <class Source>
-int LookUp(Source* source, const char* tag, NString* record) try {
+[[nodiscard]] int LookUp(Source* source, const char* tag, NString* record) try {
     if (record == nullptr) {
         SET_LAST_ERROR(BadParameter);
         return -1;

@@ -1,5 +1,6 @@
 #include "webapi/APIRequest.h"
 
+#include <cassert>
 #include <optional>
 #include <utility>
 
@@ -9,15 +10,15 @@ namespace KIVO {
 
 namespace {
 
-std::optional<double> AsReal(const Json::Value& value) {
+[[nodiscard]] std::optional<double> AsReal(const Json::Value& value) {
     return value.isNumeric() ? std::optional(value.asDouble()) : std::nullopt;
 }
 
-std::optional<bool> AsBool(const Json::Value& value) {
+[[nodiscard]] std::optional<bool> AsBool(const Json::Value& value) {
     return value.isBool() ? std::optional(value.asBool()) : std::nullopt;
 }
 
-std::optional<std::string> AsString(const Json::Value& value) {
+[[nodiscard]] std::optional<std::string> AsString(const Json::Value& value) {
     return value.isString() ? std::optional(value.asString()) : std::nullopt;
 }
 
@@ -45,7 +46,9 @@ APIRequest::APIRequest(Json::Value parameters, std::string loginUserName, std::s
     : m_parameters(std::move(parameters)),
       m_loginUserName(std::move(loginUserName)),
       m_uiLanguage(std::move(uiLanguage)),
-      m_isAdmin(isAdmin) {}
+      m_isAdmin(isAdmin) {
+    assert(m_parameters.isObject());
+}
 
 Json::Value APIRequest::GetParam(const std::string& name, const Json::Value& defaultValue) {
     const Json::Value* value = Find(m_parameters, name);

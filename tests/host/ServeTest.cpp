@@ -108,6 +108,7 @@ TEST_F(HostTest, IdleConnectionsKeepNobodyOutHoweverFewDescriptorsThereAre) {
     };
     Serve();
     std::vector<RawConnection> idle;
+    idle.reserve(200);
     for (int i = 0; i < 200; ++i) {
         idle.emplace_back(m_port);
     }

@@ -80,7 +80,7 @@ TEST_F(Load, CountsUntimedRowsThatThePageDoesNotReach) {
     Add(untimed);
     EXPECT_EQ(Page(R"(,"limit":9)"), "2 1 2 1 of 4");
     EXPECT_EQ(Page(R"(,"limit":2)"), "2 1 of 5")
-        << "one untimed row is newer than the next listable one, two in all are seen";
+        << "one untimed row is newer than the next listed one, two in all are seen";
     EXPECT_EQ(Page(R"(,"limit":1)"), "2 of 6");
     EXPECT_EQ(Page(R"(,"limit":1,"offset":3)"), "1 of 4");
     EXPECT_EQ(Page(R"(,"limit":1,"offset":4)"), "of 4");

@@ -10,7 +10,7 @@ extern "C" {
 [[nodiscard]] KIVO_PUBLIC int KLIBGroupIsAdminGroupMem(const char* userName, int flags);
 
 /// Non-zero when the user may use the application `appId`. `address` is the address from which the user asks,
-/// or "ignore" to judge without it.
+/// or "ignore" to leave that out of account.
 [[nodiscard]] KIVO_PUBLIC int KLIBAppPrivUserHas(const char* userName, const char* appId,
                                                  const char* address);
 

@@ -11,7 +11,7 @@ namespace KIVO {
 class KIVO_PUBLIC WebAPIUtil {
 public:
     /// The JSON value that the text holds, or null when it is not valid JSON. Safe on any thread.
-    static Json::Value ParseJson(const std::string& text);
+    [[nodiscard]] static Json::Value ParseJson(const std::string& text);
 };
 
 }  // namespace KIVO
