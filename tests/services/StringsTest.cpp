@@ -39,8 +39,8 @@ protected:
 TEST_F(Strings, DescribeEveryTagThatHasAText) {
     EXPECT_EQ(Get(), "success: {" + kAlt + "," + kBare + "," + kFull + "}");
     for (const char* document : {
-             R"({"All":[{"name":"NoCategory"},{"name":"NoText"},{"name":"Missing"},{"name":""},{},)"
-             R"({"name":"NoCategory"}]})",
+             R"({"All":[{"name":"NoCategory"},{"name":"NoText"},{"name":"Missing"},{"name":""},{},
+                {"name":"NoCategory"}]})",
              R"({"All":[{"name":"Full"}],"All":[{"name":"NoCategory"}]})",
              R"({"All":[{"name":"Full","name":"NoCategory"}]})",
              R"(/* old */ {"All":[{"name":"NoCategory"}]} and more)",
