@@ -19,6 +19,7 @@
 #include "host/Router.h"
 #include "host/Serve.h"
 #include "host/ServiceManager.h"
+#include "host/commands/Check.h"
 #include "host/commands/Init.h"
 #include "host/commands/Layout.h"
 #include "host/commands/Users.h"
@@ -162,7 +163,7 @@ void MakeRoot(const std::string& root, bool isNamed) {
     const CLI::App& list = *app.add_subcommand("list", "Lists the methods that the module serves and checks");
 
     const Command init = AddInitCommand(app, accountName);
-    const Command commands[] = {init, AddUsersCommand(app)};
+    const Command commands[] = {init, AddUsersCommand(app), AddCheckCommand(app, accountName)};
 
     try {
         app.parse(argc, argv);

@@ -33,6 +33,9 @@ protected:
             std::ostringstream text;
             text << std::oct << status.st_mode << ' ' << status.st_uid << ' ' << status.st_gid << ' '
                  << status.st_mtim.tv_sec << ' ' << status.st_mtim.tv_nsec << ' ';
+            if (entry.path().filename() == "log" && entry.is_regular_file()) {
+                continue;  // the host's
+            }
             if (entry.is_regular_file()) {
                 text << std::ifstream(entry.path()).rdbuf();
             }
@@ -47,6 +50,7 @@ protected:
 TEST_F(CommandsTest, AnApplianceIsMadeAndUsedFromNothing) {
     Run({"init"});
     Run({"users", "add", "alice", "--administrator", "--language", "ger"});
+    EXPECT_EQ(Run({"check"}).find("error"), std::string::npos);
     Run({"users", "add", "bob", "--app", "KIVO.App.Sync", "--app", "KIVO.App.Backup", "--hidden-tag",
          "LoginFailed"});
     EXPECT_EQ(Run({"users", "list"}),
@@ -118,6 +122,78 @@ TEST_F(CommandsTest, TheUsersFileIsChangedAsAWholeOrNotAtAll) {
     std::ofstream(m_appliance / "etc/kivo/users.json") << "{\"users\": []";
     Run({"users", "add", "zoe"}, 1);
     EXPECT_TRUE(HasLogged("is no users file: Line 1, Column 13")) << Log();
+}
+
+TEST_F(CommandsTest, CheckFindsWhatIsWrongAndChangesNothing) {
+    const auto shell = [](const std::string& command) {
+        EXPECT_EQ(std::system(("cd \"$KIVO_ROOT\" && " + command).c_str()), 0) << command;
+    };
+    shell("rm -r etc var");
+    m_appliance = m_root.Folder();
+    Run({"init"});
+    Run({"users", "add", "alice"});
+    Run({"users", "add", "bob"});
+    const std::string well = Run({"check"});
+    EXPECT_EQ(std::ranges::count(well, '\n'), 7) << well;
+    shell("cp -a . ../$(basename \"$KIVO_ROOT\").well");
+
+    struct Case {
+        std::string change;
+        std::string finding;
+        bool isError = false;
+    };
+    std::vector<Case> cases = {
+        {"sql DROP TABLE nexnotify", "lacks the table nexnotify (uid INTEGER, message_id INTEGER).", true},
+        {"sql DROP INDEX nexnotify_message", "lacks the index nexnotify_message on nexnotify (message_id)."},
+        {"sql PRAGMA journal_mode = DELETE", "has no write-ahead log"},
+        {"yes | dd of=var/lib/kivo/nexnotify.db bs=4096 seek=1 count=1 conv=notrunc status=none",
+         "nexnotify.db: database disk image is malformed.", true},
+        {"yes | head -c 9999 >var/lib/kivo/nexnotify.db", "nexnotify.db: file is not a database.", true},
+        {"rm var/lib/kivo/nexnotify.db", "nexnotify.db: No such file or directory; webapi-host init", true},
+        {"chmod a+r var/lib/kivo/nexnotify.db", "nexnotify.db: run chmod go-r on it."},
+        {"chmod o+w var/lib/kivo", "Others can write " + m_root.Path("/var/lib/kivo") + ": run chmod go-w"},
+        {"rm -r var/log", "/var/log/kivo: No such file or directory"},
+        {"rm usr/kivo/bin/notification_utils", "notification_utils: No such file or directory"},
+        {"ln -sf /dev/null usr/kivo/bin/notification_utils", "notification_utils is no program"},
+        {"chmod o+r etc/kivo/users.json", "users.json: run chmod o-r on it."},
+        {"echo '{\"users\": 1}' >etc/kivo/users.json", "is no users file: It has no object", true},
+        {"sed -i s/1027/1026/ etc/kivo/users.json", "alice and bob have one uid, 1026,"},
+        {"sed -i 's/\"token\": .*,/\"token\": \"x\",/' etc/kivo/users.json", "alice and bob have one token"},
+        {"sed -i s/1027/-1/ etc/kivo/users.json", "The entry of the user bob is malformed"},
+        {"echo { >etc/kivo/settings/users/bob.json", "users/bob.json cannot be read."},
+        {"rm var/cache/texts/enu/mails", "There is no English text catalogue", true},
+        {"rm var/cache/texts/ger/mails", "ger/mails: No such file or directory"},
+        {"echo x >var/cache/texts/ger/mails", "ger/mails cannot be read or is no text catalogue."},
+        {"sed -i 's/^.DiskFailed./[DiskFine]/' var/cache/texts/ger/mails", "ger lacks the tag DiskFailed,"},
+        {"sed -i 's/^.DiskFailed./[DiskFine]/' var/cache/texts/ger/mails", "enu lacks the tag DiskFine,"},
+        {"sed -i '/^message=/s/{DISK}/DISK/' var/cache/texts/fre/mails",
+         "fre lacks {DISK} in the message of the tag DiskFailed, which enu has."},
+        {"sed -i '/^mail=/d' var/cache/texts/fre/mails", "fre lacks the mail of the tag DiskFailed,"},
+        {"echo '{\"All\": [{\"name\": \"Old\"}]}' >var/cache/texts/ger/notification_category",
+         "does not list the tags of the catalogue: run notification_utils --gen_category_file ger."},
+    };
+    if (CanTakeOnIds()) {
+        cases.push_back({"chmod g-r etc/kivo/users.json", "The account nobody cannot read", true});
+        cases.push_back({"chmod o-x .", "The account nobody cannot enter " + m_appliance.string(), true});
+        cases.push_back({"chown 1 var/lib/kivo", "belongs to the uid 1 and not to the superuser."});
+    }
+    for (const auto& [change, finding, isError] : cases) {
+        if (change.starts_with("sql ")) {
+            m_root.Query(change.substr(4));
+        } else {
+            shell(change);
+        }
+        const auto before = Files();
+        const std::string findings = Run({"check", "--ignore-warnings"}, isError ? 1 : 0);
+        EXPECT_NE(findings.find(finding), findings.npos) << change << '\n' << findings;
+        EXPECT_EQ(findings.find("error") != findings.npos, isError) << change << '\n' << findings;
+        EXPECT_EQ(Files(), before) << change;
+        shell("chmod o+x . && rm -r etc usr var && cp -a ../$(basename \"$KIVO_ROOT\").well/. .");
+    }
+    EXPECT_EQ(Run({"check"}), well);
+    shell("rm var/cache/texts/ger/mails");
+    Run({"check"}, 1);
+    shell("rm -r ../$(basename \"$KIVO_ROOT\").well");
 }
 
 }  // namespace
