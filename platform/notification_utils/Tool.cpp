@@ -1,4 +1,4 @@
-// The notification tool: generates the category files and stores notifications.
+// The notification tool: generates the category files, stores notifications and removes old ones.
 
 #include "platform/notification_utils/Tool.h"
 
@@ -9,14 +9,19 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <exception>
+#include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/notification_utils/GenerateCategoryFile.h"
 #include "platform/notification_utils/Notification.h"
+#include "platform/notification_utils/Prune.h"
 
 namespace {
 
@@ -68,9 +73,25 @@ public:
     void Lift() { alarm(0); }
 };
 
+/// The age that a text such as "90d" means; nothing when it is none, or that of what is stored just now.
+[[nodiscard]] std::optional<std::chrono::seconds> ReadAge(std::string_view text) {
+    unsigned count = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    const std::string_view unit(end, text.data() + text.size());
+    if (error != std::errc{} || count == 0) {
+        return std::nullopt;
+    }
+    const std::chrono::hours hours(count);
+    return unit == "h"   ? std::optional(hours)
+           : unit == "d" ? std::optional(hours * 24)
+           : unit == "w" ? std::optional(hours * 24 * 7)
+                         : std::nullopt;
+}
+
 [[nodiscard]] int Run(int argumentCount, const char* const* arguments, TimeLimit& limit) {
-    CLI::App tool("Generates the category file of a language, or stores a notification for users.",
-                  "notification_utils");
+    CLI::App tool(
+        "Generates the category file of a language, stores a notification for users, or removes old ones.",
+        "notification_utils");
     std::string language;
     std::vector<std::string> notification;
     CLI::App& task = *tool.add_option_group("Tasks", "one of them")->require_option(1);
@@ -84,6 +105,25 @@ public:
             ->expected(2, kMostValues)
             ->allow_extra_args(false)
             ->option_text("USER|@GROUP TAG [NAME=VALUE...]");
+    bool isPruning = false;
+    CLI::Option* prune = task.add_flag(
+        "--prune", isPruning,
+        "Remove old notifications: users' links to them, and messages that nobody has any more");
+    std::string age;
+    prune->needs(tool.add_option("--older-than", age, "How old: hours, days or weeks, as in 36h, 90d or 12w")
+                     ->check([](const std::string& text) {
+                         return ReadAge(text)
+                                    ? ""
+                                    : '"' + text +
+                                          "\" is no age; an age is a number and h, d or w, as in 90d";
+                     })
+                     ->needs(prune)
+                     ->option_text("AGE"));
+    int kept = 0;
+    tool.add_option("--keep", kept, "Keep each user's newest N, however old")
+        ->check(CLI::Range(std::numeric_limits<int>::max()))
+        ->needs(prune)
+        ->option_text("N");
     bool isDryRun = false;
     tool.add_flag("--dry-run", isDryRun,
                   "Store nothing; show what the page would, and say which values are missing")
@@ -104,6 +144,9 @@ public:
     if (*generate) {
         limit.Lift();
         GenerateCategoryFile(language);
+    } else if (isPruning) {
+        limit.Lift();
+        PruneNotifications(*ReadAge(age), kept);
     } else {
         (isDryRun ? ShowNotification : StoreNotification)(ReadNotification(notification));
     }

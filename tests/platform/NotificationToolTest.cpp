@@ -145,6 +145,43 @@ TEST_F(NotificationToolTest, WaitsForALockButNotForLong) {
     EXPECT_EQ(m_root.Query("SELECT * FROM message").size(), 2U);
 }
 
+TEST_F(NotificationToolTest, PrunesWhatIsOldAndNobodyHas) {
+    struct Row {
+        const char* arguments;
+        const char* output;
+        std::vector<std::string> left;  // user:message, messages, and how many of many old ones
+    };
+    for (const auto& [arguments, output, left] : {
+             Row{"90d", "306 links and 306", {"1:8,2:8", "5,8,9", "0"}},
+             Row{"90d --keep 0", "306 links and 306", {"1:8,2:8", "5,8,9", "0"}},
+             Row{"90d --keep 1", "304 links and 304", {"1:8,2:8,3:7", "5,7,8,9", "1"}},
+             Row{"90d --keep 2", "300 links and 300", {"1:1,1:8,2:2,2:8,3:6,3:7", "1,2,5,6,7,8,9", "2"}},
+             Row{"90d --keep 300",
+                 "0 links and 1",
+                 {"1:1,1:3,1:8,2:1,2:2,2:8,3:6,3:7", "1,2,3,5,6,7,8,9", "300"}},
+             Row{"14w", "304 links and 303", {"1:8,2:8,3:6,3:7", "4,5,6,7,8,9", "0"}},
+             Row{"2500h", "303 links and 302", {"1:8,2:2,2:8,3:6,3:7", "2,4,5,6,7,8,9", "0"}},
+         }) {
+        m_root.CreateDatabase();
+        m_root.Query(
+            "INSERT INTO message SELECT key + 1, '{}', strftime('%s') - value * 86400 "
+            "FROM json_each('[200, 100, 300, 91, 89, 91, 91, 1, null]');"
+            "INSERT INTO nexnotify VALUES(1, 1), (2, 1), (2, 2), (1, 3), (3, 6), (3, 7), (1, 8), (2, 8);"
+            "WITH RECURSIVE many(id) AS (SELECT 1000 UNION ALL SELECT id + 1 FROM many WHERE id < 1299) "
+            "INSERT INTO message SELECT id, '{}', id FROM many;"
+            "INSERT INTO nexnotify SELECT 4, message_id FROM message WHERE message_id >= 1000");
+        EXPECT_TRUE(Run(std::string("--prune --older-than ") + arguments)) << m_root.Read("/error").value();
+        EXPECT_EQ(m_root.Read("/output"), std::string("Removed ") + output + " messages.\n") << arguments;
+        EXPECT_EQ(m_root.Read("/error"), "");
+        const auto row = m_root.Query(
+            "SELECT (SELECT group_concat(uid || ':' || message_id) FROM nexnotify WHERE uid < 4),"
+            " (SELECT group_concat(message_id) FROM message WHERE message_id < 1000),"
+            " (SELECT count(*) FROM message JOIN nexnotify USING(message_id) WHERE uid = 4)")[0];
+        EXPECT_EQ(row, (std::vector<KIVO::Test::Column>{left.begin(), left.end()})) << arguments;
+        std::filesystem::remove(m_root.Path(kDatabase));
+    }
+}
+
 TEST_F(NotificationToolTest, SaysWhatIsWrong) {
     ExpectFailure("--notify alice A", "no notification database");
     m_root.Write(kDatabase, std::string(200, 'x'));
@@ -157,6 +194,10 @@ TEST_F(NotificationToolTest, SaysWhatIsWrong) {
              std::pair("--notify dave A", "no user \"dave\""),
              std::pair("--notify @administrators A", "No user is in the group \"administrators\""),
              std::pair("--notify alice B", "has the tag \"B\""),
+             std::pair("--prune", "requires --older-than"),
+             std::pair("--prune --older-than 0d", "\"0d\" is no age"),
+             std::pair("--prune --older-than 1.5d", "\"1.5d\" is no age"),
+             std::pair("--prune --older-than 9d --keep -1", "--keep"),
              std::pair("--notify alice A =5", "\"=5\" is not of the form NAME=VALUE"),
          }) {
         ExpectFailure(arguments, sentencePart);
