@@ -76,9 +76,11 @@ void MakeRoot(const std::string& root, bool isNamed) {
 
 /// Does what the command line says. The program's exit status.
 [[nodiscard]] int Run(int argc, char* argv[]) {
-    CLI::App app("Serves a web-API module of the appliance on this machine.");
+    CLI::App app("Serves a web-API module of the appliance on this machine.", "webapi-host");
     app.require_subcommand(1);
     app.fallthrough();
+    app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
+    app.footer("The exit status is 0, 1 when it failed or found something, and 2 on wrong usage.");
     app.get_formatter()->column_width(32);
 
     app.set_version_flag("--version", "webapi-host " KIVO_VERSION, "Print the version and exit");

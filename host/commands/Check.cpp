@@ -203,6 +203,10 @@ void CheckDatabase() {
         for (const std::string& row : damage) {
             part.Error(path + " is damaged: " + row);
         }
+        std::error_code none;
+        if (fs::file_size(path + "-wal", none) > 0 && !none && !fs::exists(path + "-shm")) {
+            part.Warn(path + "-wal holds changes that the next opening takes in; they were not looked at.");
+        }
         const Database database = OpenReadOnly(path);
         const Rows schema = DescribeSchema(database.get());
         bool hasTables = true;
@@ -257,15 +261,15 @@ void CompareTexts(Part& part, const std::string& tag, const char* kind, const ch
 using Catalogues = std::map<std::string, std::shared_ptr<const Appliance::Catalogue>>;
 
 void CompareCatalogues(Part& part, const Catalogues::value_type& one, const Catalogues::value_type& other) {
-    for (const auto& [tag, texts] : one.second->entries) {
+    for (const auto& entry : one.second->entries) {
+        const std::string tag(entry.first);
         const auto found = other.second->entries.find(tag);
         if (found == other.second->entries.end()) {
-            part.Warn(other.first + " lacks the tag " + std::string(tag) + ", which " + one.first + " has.");
+            part.Warn(other.first + " lacks the tag " + tag + ", which " + one.first + " has.");
             continue;
         }
-        const auto compare = [&, name = std::string(tag)](const char* kind,
-                                                          const char* Appliance::CatalogueEntry::*text) {
-            CompareTexts(part, name, kind, texts.*text, found->second.*text, one.first, other.first);
+        const auto compare = [&](const char* kind, const char* Appliance::CatalogueEntry::*text) {
+            CompareTexts(part, tag, kind, entry.second.*text, found->second.*text, one.first, other.first);
         };
         compare("message", &Appliance::CatalogueEntry::message);
         compare("altMessage", &Appliance::CatalogueEntry::altMessage);

@@ -15,6 +15,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -166,11 +167,9 @@ Json::Value& Find(Json::Value& users, const std::string& name) {
     return users[name];
 }
 
-Json::Value ToList(Names names) {
-    std::ranges::sort(names);
-    names.erase(std::ranges::unique(names).begin(), names.end());
+Json::Value ToList(const Names& names) {
     Json::Value list(Json::arrayValue);
-    for (const std::string& name : names) {
+    for (const std::string& name : std::set(names.begin(), names.end())) {
         list.append(name);
     }
     return list;
