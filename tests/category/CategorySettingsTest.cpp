@@ -63,8 +63,8 @@ TEST_F(CategorySettings, DerivesCategoriesFromEvents) {
 
 TEST_F(CategorySettings, ShowsTheCategoriesOfApplicationsThatTheUserMayUse) {
     const std::string events =
-        R"({"All":[{"name":"s","group":"System"},{"name":"b","group":"Backup","appid":"KIVO.App.Backup"},)"
-        R"({"name":"v","group":"Video","appid":"KIVO.App.Video"},)"
+        R"({"All":[{"name":"s","group":"System"},{"name":"v","group":"Video","appid":"KIVO.App.Video"},)"
+        R"({"name":"b","group":"Backup","appid":"KIVO.App.Backup"},)"
         R"({"name":"w","group":"Films","appid":"KIVO.App.Video"}]})";
     WriteEvents(events, events);
     const std::string system = R"(System/System//[]="on" )";
@@ -74,7 +74,7 @@ TEST_F(CategorySettings, ShowsTheCategoriesOfApplicationsThatTheUserMayUse) {
     EXPECT_EQ(ThePlatform().calls["KLIBGroupIsAdminGroupMem"], 1);
     EXPECT_EQ(Rows("carol"), system + "1");
     EXPECT_EQ(Rows("nobody-knows"), system + "1");
-    EXPECT_EQ(Rows("alice"), system + backup + R"(Video/Video/KIVO.App.Video/["KIVO.App.Video"]="on" )" +
+    EXPECT_EQ(Rows("alice"), system + R"(Video/Video/KIVO.App.Video/["KIVO.App.Video"]="on" )" + backup +
                                  R"(Films/Films/KIVO.App.Video/["KIVO.App.Video"]="on" 4)");
 }
 

@@ -24,5 +24,11 @@ TEST(JsonFile, MemoryThatIsShortIsNoFaultOfTheText) {
     failsOnce = false;
 }
 
+TEST(JsonFile, CommentsAreNoPartOfTheValue) {
+    Json::Value value;
+    EXPECT_TRUE(NEXNotify::ParseJsonText("{\"a\": /* why */ 1}", value));
+    EXPECT_EQ(value.toStyledString(), "{\n\t\"a\" : 1\n}\n");
+}
+
 }  // namespace
 }  // namespace KIVO::Test

@@ -83,6 +83,11 @@ TEST_F(Strings, KeepToThePackage) {
         m_root.Write(kPackages, configuration);
         EXPECT_EQ(Get(video), "success: null") << configuration;
     }
+    m_root.Write(kPackages, R"({"Number":{"keyArray":[7]}})");
+    m_root.Write(kCategoryFile, R"({"All":[{"name":"7"}]})");
+    m_root.WriteCatalogue("ger", "[7]\ncategory=c\nmessage=m\n");
+    EXPECT_EQ(Get(R"({"pkgName":"Number"})"),
+              R"(success: {"7":{"level":"NOTIFICATION_INFO","msg":"m","title":"c"}})");
     std::filesystem::remove(m_root.Path(kPackages));
     EXPECT_EQ(Get(video), "success: null");
 }
