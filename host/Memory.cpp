@@ -12,11 +12,11 @@ namespace KIVO::Host {
 
 namespace {
 
-// The largest threshold that the C library accepts: what is larger is given back.
-constexpr int kLargestKeptBlock = 32 << 20;
+// What is larger, the lists of tens of thousands of rows that SQLite sorts, goes back at once.
+constexpr int kLargestKeptBlock = 6 << 20;
 constexpr int kMostKeptMemory = 64 << 20;
 constexpr rlim_t kMostMemory = rlim_t{2} << 30;
-constexpr std::size_t kMostGrowth = 32 << 20;
+constexpr std::size_t kMostGrowth = 16 << 20;
 
 /// The pages that the process has mapped and those of them that are in memory; zeros when they cannot be
 /// read.

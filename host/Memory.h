@@ -23,7 +23,7 @@ class MemoryTrimmer {
 public:
     MemoryTrimmer();
 
-    /// Gives back what is free when the process is 32 MiB larger than after the last time, or the beginning.
+    /// Gives back what is free when the process is 16 MiB larger than after the last time, or the beginning.
     void Trim();
 
 private:

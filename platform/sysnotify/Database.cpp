@@ -33,10 +33,11 @@ constexpr std::chrono::milliseconds kBusyTimeout = 5s;
 constexpr std::chrono::milliseconds kShortWait = 200ms;
 constexpr std::chrono::milliseconds kBusyPause = 1ms;
 
-/// SQLite sorts in memory what fits into its page cache, and the rest by way of files.
-constexpr char kCacheSize[] = "PRAGMA cache_size = -65536";  // KiB: 50,000 rows of more than one KiB
-/// Of the pages that a connection keeps between two requests, in bytes. They are those of small lists.
-constexpr int kMostKeptPages = 8 << 20;
+/// What a connection keeps between two requests, in KiB: the pages of small lists.
+constexpr char kCacheSize[] = "PRAGMA cache_size = -8192";
+/// Of that many pages of 4 KiB SQLite sorts in memory, 50,000 rows of more than one KiB, and the rest by way
+/// of files.
+constexpr unsigned kSortedInMemory = 16 * 1024;
 
 /// The wait for a lock that another has. Of all processes one at a time waits for long, so that one writer
 /// does not keep everybody from reading, which needs no lock.
@@ -334,12 +335,6 @@ public:
         if (sqlite3_total_changes64(db) != m_changes) {
             EmptyWal(db);
         }
-        int pages = 0;
-        int ignored = 0;
-        sqlite3_db_status(db, SQLITE_DBSTATUS_CACHE_USED, &pages, &ignored, 0);
-        if (pages > kMostKeptPages) {
-            sqlite3_db_release_memory(db);
-        }
     }
 
     /// SQLite's connections do no good on the other side of a fork, where even closing one does harm.
@@ -379,6 +374,7 @@ private:
 KeptConnection g_kept;
 
 KeptConnection::KeptConnection() {
+    sqlite3_config(SQLITE_CONFIG_PMASZ, kSortedInMemory);
     pthread_atfork([] { g_kept.PrepareFork(); }, [] { g_kept.AfterFork(false); },
                    [] { g_kept.AfterFork(true); });
 }

@@ -97,7 +97,7 @@ TEST_F(HostTest, ARequestThatMemoryIsTooShortForCostsNoOther) {
         EXPECT_EQ(Send({.path = "/webapi/Test/1/enlarge", .body = body}).status, status) << mebibytes;
     }
     EXPECT_EQ(Send().status, 200);
-    EXPECT_LT((residentPages() - before) * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)), 34UL << 20);
+    EXPECT_LT((residentPages() - before) * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)), 18UL << 20);
     EXPECT_EQ(m_host->Workers(), workers);
 }
 
