@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "bench/Memory.h"
-#include "platform/kivocore/Json.h"
 #include "platform/kivocore/Users.h"
 #include "webapi/APIRequest.h"
 #include "webapi/APIResponse.h"
@@ -54,12 +53,12 @@ Request::Request(const char* address, const std::string& parameters, std::string
 
 std::string Request::Ask() const {
     APIRequest request(m_parameters, m_user, m_language, false);
-    APIResponse response;
+    std::string answer;
+    APIResponse response(&answer);
     const Appliance::UsersSnapshot users;  // as in the host
     if (m_method.check(&request, &response)) {
         m_method.row->handler(&request, &response);
     }
-    std::string answer = Appliance::WriteJson(response.GetData());
     if (response.GetState() != APIResponse::State::Success) {
         throw std::runtime_error(m_method.row->api + (" answered with an error: " + answer));
     }

@@ -4,7 +4,6 @@
 
 #include <cassert>
 #include <exception>
-#include <utility>
 
 #include "host/Refusal.h"
 #include "platform/kivocore/Json.h"
@@ -52,34 +51,26 @@ Json::Value ParseParameters(const std::string& body) {
     return parameters;
 }
 
-Json::Value SuccessEnvelope(Json::Value data) {
-    Json::Value envelope(Json::objectValue);
-    envelope["success"] = true;
-    envelope["data"] = std::move(data);
-    return envelope;
+std::string SuccessEnvelope(const std::string& data) { return R"({"data":)" + data + R"(,"success":true})"; }
+
+std::string ErrorEnvelope(int code, const std::string& data) {
+    return R"({"error":{"code":)" + std::to_string(code) + R"(,"data":)" + data + R"(},"success":false})";
 }
 
-Json::Value ErrorEnvelope(int code, const Json::Value& data) {
-    Json::Value envelope(Json::objectValue);
-    envelope["success"] = false;
-    envelope["error"]["code"] = code;
-    envelope["error"]["data"] = data;
-    return envelope;
-}
-
-Json::Value Dispatch(const Method& method, const Caller& caller, const std::string& body) {
+std::string Dispatch(const Method& method, const Caller& caller, const std::string& body) {
     assert(method.row && method.check);
     APIRequest request(ParseParameters(body), caller.userName, caller.language, caller.isAdmin);
-    APIResponse response;
+    std::string data;
+    APIResponse response(&data);
     const bool accepted = Call(method, request, response);
     if (response.GetState() == APIResponse::State::Error) {
-        return ErrorEnvelope(response.GetErrorCode(), response.GetData());
+        return ErrorEnvelope(response.GetErrorCode(), data);
     }
     // What a method has to say about giving none is in its own log lines.
     if (!accepted || response.GetState() == APIResponse::State::Unset) {
         throw Refusal(500, kNoAnswer);
     }
-    return SuccessEnvelope(response.TakeData());
+    return SuccessEnvelope(data);
 }
 
 }  // namespace KIVO::Host

@@ -191,7 +191,7 @@ HttpAnswer MakeJsonAnswer(unsigned status, std::string body) {
 HttpAnswer MakeAnswer(const Refusal& refusal) {
     const int status = static_cast<int>(refusal.Status());
     HttpAnswer answer =
-        MakeJsonAnswer(refusal.Status(), Appliance::WriteJson(ErrorEnvelope(status, refusal.what())));
+        MakeJsonAnswer(refusal.Status(), ErrorEnvelope(status, Appliance::WriteJson(refusal.what())));
     if (status == 401) {
         answer.headers.emplace_back("WWW-Authenticate", "Bearer");
     }
@@ -286,7 +286,7 @@ HttpAnswer Router::Route(const HttpRequest& request, std::string& user, std::str
     }
     if (request.path == kSessionPath && request.method == "POST") {
         RequireJson(request);
-        return MakeJsonAnswer(200, Appliance::WriteJson(SuccessEnvelope(SignIn(request.body))));
+        return MakeJsonAnswer(200, SuccessEnvelope(Appliance::WriteJson(SignIn(request.body))));
     }
     const Appliance::UsersSnapshot users;  // Who asks, and all that is asked about it, are of one moment.
     // Before anything else, so that a stranger learns nothing but that a token is wanted.
@@ -294,7 +294,7 @@ HttpAnswer Router::Route(const HttpRequest& request, std::string& user, std::str
     user = caller.userName;
     if (request.path == kSessionPath) {
         RequireMethod(request, {"GET", "HEAD"}, "GET, HEAD, POST");
-        return MakeJsonAnswer(200, Appliance::WriteJson(SuccessEnvelope(DescribeSession(caller))));
+        return MakeJsonAnswer(200, SuccessEnvelope(Appliance::WriteJson(DescribeSession(caller))));
     }
     if (!IsCall(request)) {
         throw Refusal(404, "There is nothing at this path.");
@@ -305,7 +305,7 @@ HttpAnswer Router::Route(const HttpRequest& request, std::string& user, std::str
     RequireJson(request);
     const CallScope call(m_activity, static_cast<int>(method.row - m_module.Rows().data()) + 1,
                          m_options.callTimeout);
-    return MakeJsonAnswer(200, Appliance::WriteJson(Dispatch(method, caller, request.body)));
+    return MakeJsonAnswer(200, Dispatch(method, caller, request.body));
 }
 
 }  // namespace KIVO::Host

@@ -47,17 +47,17 @@ void PrintRows(const char* title, std::span<const Row> rows) {
 /// Answers one request and prints the envelope. The program's exit status.
 [[nodiscard]] int Call(const Module& module, const Caller& caller, const std::string& address,
                        const std::string& parameters) {
-    Json::Value envelope;
+    std::string answer;
     try {
-        envelope = Dispatch(module.Find(address), caller, parameters);
+        answer = Dispatch(module.Find(address), caller, parameters);
     } catch (const Refusal& refusal) {
-        envelope = ErrorEnvelope(static_cast<int>(refusal.Status()), refusal.what());
+        answer =
+            ErrorEnvelope(static_cast<int>(refusal.Status()), KIVO::Appliance::WriteJson(refusal.what()));
     }
     Json::StreamWriterBuilder writer;
     writer["indentation"] = "  ";
     writer["emitUTF8"] = true;
-    // Written and read once more, the envelope is sure to be UTF-8.
-    envelope = KIVO::WebAPIUtil::ParseJson(KIVO::Appliance::WriteJson(envelope));
+    const Json::Value envelope = KIVO::WebAPIUtil::ParseJson(answer);
     std::cout << Json::writeString(writer, envelope) << std::endl;
     return envelope["success"].asBool() ? EXIT_SUCCESS : kErrorAnswer;
 }

@@ -2,7 +2,7 @@
 
 #include <json/value.h>
 
-#include <utility>
+#include <string>
 
 #include "kivocore/Export.h"
 
@@ -13,6 +13,9 @@ namespace KIVO {
 class KIVO_PUBLIC APIResponse {
 public:
     enum class State { Unset, Success, Error };
+
+    /// Keeps a copy of the data; or with a text, which it borrows, writes it there as JSON and no data.
+    explicit APIResponse(std::string* text = nullptr) : m_text(text) {}
 
     /// Answers with success and a copy of `data`.
     void SetSuccess(const Json::Value& data);
@@ -25,12 +28,13 @@ public:
     int GetErrorCode() const { return m_errorCode; }
     /// The success data or the error data; null while nothing is set.
     const Json::Value& GetData() const { return m_data; }
-    /// Gives the data away to whoever sends it.
-    Json::Value TakeData() { return std::move(m_data); }
     /// How often an answer was set.
     int GetAnswerCount() const { return m_answerCount; }
 
 private:
+    void Keep(const Json::Value& data);
+
+    std::string* m_text;
     State m_state = State::Unset;
     int m_errorCode = 0;
     int m_answerCount = 0;
