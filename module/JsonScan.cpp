@@ -1,5 +1,7 @@
 #include "module/JsonScan.h"
 
+#include <algorithm>
+#include <iterator>
 #include <new>
 
 namespace KIVO::NEXNotify {
@@ -62,10 +64,15 @@ void JsonScanner::ThrowIfShort(simdjson::error_code error) {
 }
 
 Json::Value TreeOf(simdjson::dom::object object) {
+    // Not copied into each tree.
+    constexpr const char* kNames[] = {"msg", "time", "title"};
     Json::Value tree(Json::objectValue);
     for (const auto [name, value] : object) {
         // Of two members of one name the last one stays.
-        *tree.demand(name.data(), name.data() + name.size()) = TreeOf(value);
+        const auto known =
+            std::ranges::find_if(kNames, [name](const char* candidate) { return name == candidate; });
+        (known != std::end(kNames) ? tree[Json::StaticString(*known)]
+                                   : *tree.demand(name.data(), name.data() + name.size())) = TreeOf(value);
     }
     return tree;
 }

@@ -6,6 +6,7 @@
 #include <deque>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace KIVO::NEXNotify {
 
@@ -24,11 +25,14 @@ public:
     /// Adds one with a time.
     void AddTimed(std::string_view text) {
         ++m_timed;
-        m_newest.push_back({std::string(text), m_untimed});
-        if (m_newest.size() > m_offset + m_pageSize) {
+        std::string kept;
+        if (m_newest.size() == m_offset + m_pageSize) {
             m_untimedBehind = m_newest.front().untimedBefore;
+            kept = std::move(m_newest.front().text);  // its memory
             m_newest.pop_front();
         }
+        kept = text;
+        m_newest.push_back({std::move(kept), m_untimed});
     }
 
     /// Adds one without a time, which is never on a page.

@@ -44,7 +44,7 @@ bool TagFilter::AskIfListed(std::string_view tag) {
     if (m_all) {
         return true;
     }
-    m_notification["title"] = Json::Value(tag.data(), tag.data() + tag.size());
+    m_title = Json::Value(tag.data(), tag.data() + tag.size());
     return m_notify.HasPrivilege(m_notification);
 }
 

@@ -36,6 +36,7 @@ private:
     EnabledTags m_enabled;
     /// What is asked about; only its title changes.
     Json::Value m_notification;
+    Json::Value& m_title = m_notification["title"];
     std::pmr::unordered_map<std::pmr::string, bool, HashText, std::equal_to<>> m_isListed{&m_memory};
     std::size_t m_rememberedSize = 0;
 };

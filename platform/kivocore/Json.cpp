@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <json/reader.h>
 #include <json/writer.h>
+#include <simdjson.h>
 
 #include <memory>
 #include <string_view>
@@ -10,6 +11,9 @@
 namespace KIVO::Appliance {
 
 namespace {
+
+// Looked for at the first use, when memory must not be short: so no later than now.
+[[maybe_unused]] const bool kHasImplementation = !simdjson::get_active_implementation()->name().empty();
 
 Json::CharReaderBuilder MakeReaderBuilder() {
     Json::CharReaderBuilder builder;
@@ -20,8 +24,8 @@ Json::CharReaderBuilder MakeReaderBuilder() {
 
 /// As JSON allows them, with no character escaped that need not be.
 void AppendQuoted(std::string& text, std::string_view value) {
-    constexpr std::string_view kEscaped = "\b\f\n\r\t\"\\";
-    constexpr std::string_view kLetters = "bfnrt\"\\";
+    constexpr std::string_view kEscaped = "\b\f\n\r\t";
+    constexpr std::string_view kLetters = "bfnrt";
     text += '"';
     std::size_t written = 0;
     for (std::size_t i = 0; i < value.size(); ++i) {
@@ -33,7 +37,9 @@ void AppendQuoted(std::string& text, std::string_view value) {
         text += value.substr(written, i - written);
         written = i + 1;
         text += '\\';
-        if (const std::size_t kind = kEscaped.find(character); kind != kEscaped.npos) {
+        if (!isControl) {
+            text += character;
+        } else if (const std::size_t kind = kEscaped.find(character); kind != kEscaped.npos) {
             text += kLetters[kind];
         } else {
             text += {'u', '0', '0', character < 0x10 ? '0' : '1', "0123456789abcdef"[character & 0xf]};
@@ -158,7 +164,10 @@ bool ParseJson(const std::string& text, Json::Value& value, std::string* error) 
 std::string WriteJson(const Json::Value& value) {
     std::string text;
     Append(text, value);
-    return IsUtf8(text) ? text : MakeUtf8(text);
+    if (!simdjson::validate_utf8(text)) {
+        text = MakeUtf8(text);
+    }
+    return text;
 }
 
 std::optional<int> AsInt(const Json::Value& value) {
