@@ -1,9 +1,11 @@
 #include "sysnotify/database.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sqlite3.h>
 #include <sys/file.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <array>
@@ -185,6 +187,7 @@ public:
             m_wal = IdentifyFile(m_walPath);
         }
         sqlite3_file_control(handle, "main", SQLITE_FCNTL_FILE_POINTER, &m_file);
+        m_isWatched = inotify_add_watch(m_writes.Get(), m_path.c_str(), IN_MODIFY) >= 0;
         Note();
     }
 
@@ -194,7 +197,7 @@ public:
     /// Whether all is known that will be asked for.
     bool CanBeKept() const {
         int hasMoved = 1;
-        return m_identity && (!m_hasWal || (m_wal && m_progress)) &&
+        return m_identity && m_isWatched && (!m_hasWal || (m_wal && m_progress)) &&
                sqlite3_file_control(m_handle, "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved) == SQLITE_OK &&
                hasMoved == 0;
     }
@@ -225,11 +228,12 @@ public:
             Note();
             return State::Current;
         }
-        // Nothing has been copied, so another has written to the file; unless a copy was cut short.
-        const bool isOverwritten =
-            identity->size != m_identity->size || identity->mtimeNanoseconds != m_identity->mtimeNanoseconds;
-        return isOverwritten && progress && progress->copied == progress->attempted ? State::Replaced
-                                                                                    : State::Changed;
+        // Nothing has been copied, so another has written to the file, if anyone has; unless a copy was cut
+        // short.
+        pollfd writes = {m_writes.Get(), POLLIN, 0};
+        return poll(&writes, 1, 0) > 0 && progress && progress->copied == progress->attempted
+                   ? State::Replaced
+                   : State::Changed;
     }
 
     /// Whether it works as a new one would, whatever was done with it.
@@ -266,6 +270,9 @@ private:
     /// The progress first: what is copied after that makes the file another one, too.
     void Note() {
         m_progress = m_hasWal ? ReadProgress(*m_file) : std::nullopt;
+        std::array<char, 4096> seen;
+        while (read(m_writes.Get(), seen.data(), seen.size()) > 0) {
+        }
         m_identity = IdentifyFile(m_path);
     }
 
@@ -275,6 +282,9 @@ private:
     sqlite3* m_handle;
     sqlite3_file* m_file = nullptr;
     bool m_hasWal;
+    /// Readable when the database's file has been written to, which a new time alone does not tell.
+    FileDescriptor m_writes{inotify_init1(IN_NONBLOCK | IN_CLOEXEC)};
+    bool m_isWatched = false;
     std::optional<FileIdentity> m_wal;
     std::optional<CopyProgress> m_progress;
     std::optional<FileIdentity> m_identity;
