@@ -82,7 +82,7 @@ void CataloguePass(benchmark::State& state) {
     UseAppliance(state.range(0), 0);
     const std::string path = Appliance::Rooted("/var/cache/texts/enu/mails");
     NEXNotify::StringList tags;
-    const int count = tags.AddSections(path);
+    const int count = tags.AddSections(path).value_or(0);
     Measure(state, state.range(0), [&] {
         const NEXNotify::File catalogue(std::fopen(path.c_str(), "r"));
         const NEXNotify::NotifyString record(KIVONotifyStringNew());

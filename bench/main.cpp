@@ -5,11 +5,12 @@
 #include "host/Memory.h"
 
 int main(int argc, char* argv[]) {
+    KIVO::Host::TuneAllocation(argv);  // both as the host does for its workers
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 2;
     }
-    KIVO::Host::KeepFreedMemory();  // as the worker of the host does
+    KIVO::Host::KeepFreedMemory();
     KIVO::Bench::RegisterNotifications();
     KIVO::Bench::RegisterCategories();
     KIVO::Bench::RegisterTexts();

@@ -7,6 +7,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <system_error>
 
 namespace KIVO::Host {
 
@@ -15,6 +19,7 @@ namespace {
 // What is larger, the lists of tens of thousands of rows that SQLite sorts, goes back at once.
 constexpr int kLargestKeptBlock = 6 << 20;
 constexpr int kMostKeptMemory = 64 << 20;
+constexpr char kTunables[] = "glibc.malloc.tcache_count=1000:glibc.malloc.hugetlb=1";
 constexpr rlim_t kMostMemory = rlim_t{2} << 30;
 constexpr std::size_t kMostGrowth = 16 << 20;
 
@@ -41,6 +46,14 @@ Appliance::FileDescriptor OpenStatus() {
 std::size_t PageSize() { return static_cast<std::size_t>(sysconf(_SC_PAGESIZE)); }
 
 }  // namespace
+
+void TuneAllocation(char* const arguments[]) {
+    std::error_code failure;
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe", failure);
+    if (std::getenv("GLIBC_TUNABLES") == nullptr && setenv("GLIBC_TUNABLES", kTunables, 1) == 0) {
+        execv(program.c_str(), arguments);
+    }
+}
 
 void KeepFreedMemory() {
     mallopt(M_MMAP_THRESHOLD, kLargestKeptBlock);

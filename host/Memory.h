@@ -8,6 +8,11 @@
 
 namespace KIVO::Host {
 
+/// Begins the program anew, with `arguments` as main got them, unless GLIBC_TUNABLES is set: only then does
+/// the C library read how it is to allocate. An answer's tree takes hundreds of blocks of a size, of which
+/// the library would keep seven at hand, and a long list is best kept in large pages.
+void TuneAllocation(char* const arguments[]);
+
 /// Lets the process keep the memory that a request frees for the next one, which needs much the same: given
 /// back to the system it costs a page fault for every page.
 void KeepFreedMemory();

@@ -14,6 +14,7 @@
 #include "host/Account.h"
 #include "host/Caller.h"
 #include "host/Dispatch.h"
+#include "host/Memory.h"
 #include "host/Module.h"
 #include "host/Refusal.h"
 #include "host/Router.h"
@@ -169,6 +170,9 @@ void MakeRoot(const std::string& root, bool isNamed) {
 
     try {
         app.parse(argc, argv);
+        if (serve.parsed()) {
+            TuneAllocation(argv);
+        }
         if (init.subcommand->parsed()) {
             MakeRoot(root, rootOption->count() > 0);
         }
