@@ -58,14 +58,19 @@ void LimitCapabilities() {
         return;
     }
     // The bounding set first: to change it is a capability too.
-    bool isBounded = true;
+    int error = 0;
     for (unsigned long i = 0; prctl(PR_CAPBSET_READ, i, 0, 0, 0) >= 0; ++i) {
-        isBounded &= i == CAP_SETUID || i == CAP_SETGID || prctl(PR_CAPBSET_DROP, i, 0, 0, 0) == 0;
+        if (i != CAP_SETUID && i != CAP_SETGID && prctl(PR_CAPBSET_DROP, i, 0, 0, 0) != 0) {
+            error = errno;
+        }
     }
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
     const __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {{kKept, kKept, 0}, {}};
-    if (syscall(SYS_capset, &header, data) != 0 || !isBounded) {
-        syslog(LOG_WARNING, "The superuser's capabilities cannot all be given up: %s.", std::strerror(errno));
+    if (syscall(SYS_capset, &header, data) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        syslog(LOG_WARNING, "The superuser's capabilities cannot all be given up: %s.", std::strerror(error));
     }
 }
 

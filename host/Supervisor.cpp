@@ -137,6 +137,11 @@ int Supervisor::TakeEnded(int& status) {
     return -1;
 }
 
+std::string Supervisor::NameCallOf(std::size_t i) const {
+    const int activity = m_activities.get()[i];
+    return activity > 0 ? "; it was in the call " + m_nameCall(activity) : "";
+}
+
 void Supervisor::Reap() {
     int status = 0;
     const std::vector<Worker> before = m_workers;
@@ -146,7 +151,7 @@ void Supervisor::Reap() {
         const bool endedAtStart = activity == 0 && Clock::now() - start < kShortLife;
         m_pause = endedAtStart ? std::clamp(2 * m_pause, kFirstPause, kLongestPause) : 0s;
         m_nextStart = Clock::now() + m_pause;
-        const std::string call = activity > 0 ? "; it was in the call " + m_nameCall(activity) : "";
+        const std::string call = NameCallOf(static_cast<std::size_t>(i));
         if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM) {
             syslog(LOG_ERR, "The worker %d reached the time limit and is replaced%s.", process, call.c_str());
         } else if (WIFSIGNALED(status)) {
@@ -160,14 +165,11 @@ void Supervisor::Reap() {
 }
 
 void Supervisor::StopAll() {
-    const auto forEach = [this](auto action) {
-        for (const Worker& worker : m_workers) {
-            if (worker.process != 0) {
-                action(worker.process);
-            }
+    for (const Worker& worker : m_workers) {
+        if (worker.process != 0) {
+            kill(worker.process, SIGTERM);
         }
-    };
-    forEach([](pid_t process) { kill(process, SIGTERM); });
+    }
     const auto end = Clock::now() + kStopTime;
     const auto areAllGone = [this] {
         return std::ranges::all_of(m_workers, [](const Worker& worker) { return worker.process == 0; });
@@ -177,8 +179,14 @@ void Supervisor::StopAll() {
             WaitForSignal(end - Clock::now());
         }
     }
-    forEach([](pid_t process) { kill(process, SIGKILL); });
-    forEach([](pid_t process) { waitpid(process, nullptr, 0); });
+    for (std::size_t i = 0; i < m_workers.size(); ++i) {
+        if (const pid_t process = m_workers[i].process; process != 0) {
+            syslog(LOG_ERR, "The worker %d did not end in time and is killed%s.", process,
+                   NameCallOf(i).c_str());
+            kill(process, SIGKILL);
+            waitpid(process, nullptr, 0);
+        }
+    }
 }
 
 }  // namespace KIVO::Host

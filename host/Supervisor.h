@@ -50,6 +50,8 @@ private:
     void StartMissing();
     /// The number of a worker that has ended, which is then missing, with its status; -1 when there is none.
     int TakeEnded(int& status);
+    /// The end of a log line; "" when the worker of that number was in no call.
+    std::string NameCallOf(std::size_t i) const;
     void Reap();
     void StopAll();
 
