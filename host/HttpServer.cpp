@@ -44,6 +44,8 @@ constexpr std::chrono::seconds kIdleTimeout = 10s;
 /// the idle timeout anew, so that without this a sender could hold a connection for as long as it likes.
 constexpr std::chrono::seconds kRequestTime = 30s;
 constexpr std::chrono::seconds kDrainTime = 10s;
+/// Between two looks at who may ask.
+constexpr std::chrono::seconds kUsersTime = 1s;
 /// How long the first byte of a request may take that was accepted as the draining began.
 constexpr std::chrono::milliseconds kFirstByteTime = 100ms;
 
@@ -172,8 +174,9 @@ public:
             {lifeline, POLLIN, 0},
         };
         std::optional<Clock::time_point> end;
+        Clock::time_point lastLook;
         do {
-            std::chrono::milliseconds timeout = kIdleTimeout;
+            std::chrono::milliseconds timeout = kUsersTime;
             if (MHD_UNSIGNED_LONG_LONG untilTimeout = 0;
                 MHD_get_timeout(m_daemon.get(), &untilTimeout) == MHD_YES) {
                 timeout = std::min(timeout, std::chrono::milliseconds(untilTimeout));
@@ -185,6 +188,10 @@ public:
                 timeout = 0ms;
             }
             poll(descriptors, std::size(descriptors), static_cast<int>(std::max(timeout, 0ms).count()));
+            if (const auto now = Clock::now(); now - lastLook >= kUsersTime) {
+                m_router.LookAtUsers();
+                lastLook = now;
+            }
             m_hasCalled = false;
             ResumeNext();
             MHD_run(m_daemon.get());

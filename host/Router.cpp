@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cassert>
 #include <initializer_list>
+#include <new>
 #include <optional>
 
 #include "host/Caller.h"
@@ -245,6 +246,10 @@ bool IsLoopback(const std::string& address) {
 
 std::optional<std::string_view> Router::TurnOf(const HttpRequest& request) {
     return IsCall(request) ? std::optional(TokenOf(request)) : std::nullopt;
+}
+
+void Router::LookAtUsers() const noexcept try { Appliance::LoadUsers(); } catch (const std::bad_alloc&) {
+    // The next look may find more memory.
 }
 
 HttpAnswer Router::Failure() {

@@ -71,6 +71,10 @@ public:
     /// whether or not it signs anyone in. Nothing for a request that is answered at once.
     [[nodiscard]] static std::optional<std::string_view> TurnOf(const HttpRequest& request);
 
+    /// To be called every second also while nobody asks, so that this process learns of a token that was
+    /// taken away before the users file may become unreadable.
+    void LookAtUsers() const noexcept;
+
     /// The answer to a request that cannot be answered otherwise.
     [[nodiscard]] static HttpAnswer Failure();
 

@@ -20,7 +20,8 @@ namespace {
 
 constexpr char kDefaultLanguage[] = "enu";
 
-/// How long a file that is no users file passes for one that is being rewritten.
+/// How long what the file last was is trusted while it is no users file: it may be on its way to its next
+/// state.
 constexpr std::chrono::seconds kRewritingTime(3);
 
 /// The strings of an array; none for a missing one, nothing for any other value.
@@ -93,6 +94,8 @@ constexpr std::chrono::seconds kRewritingTime(3);
 }
 
 class UsersCache {
+    using Clock = std::chrono::steady_clock;
+
 public:
     std::shared_ptr<const Users> Load() {
         const std::string path = Rooted(kUsersPath);
@@ -105,7 +108,9 @@ public:
             m_path = path;
             m_process = getpid();
         }
+        const auto now = Clock::now();
         if (!identity || (m_isCurrent && identity == m_identity)) {
+            m_lastGood = now;
             return m_users;
         }
 
@@ -118,38 +123,31 @@ public:
         if (content && ParseJson(*content, document)) {
             users = ReadUsers(document, path, isNew);
         }
-        if (users) {
+        const bool isUsersFile = users != nullptr;
+        if (isUsersFile) {
             m_users = std::move(users);
-            m_unreadableSince.reset();
+            m_lastGood = now;
         } else {
-            KeepForAWhile(*identity, isNew, content ? "is no users file" : "cannot be read");
+            KeepForAWhile(now, isNew, content ? "is no users file" : "cannot be read");
         }
         m_identity = identity;
-        m_isCurrent = content && isSettled && !IsBeingRewritten() && IdentifyFile(path) == identity;
+        m_isCurrent =
+            content && isSettled && (isUsersFile || m_users->empty()) && IdentifyFile(path) == identity;
         return m_users;
     }
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     void Forget() {
         m_users = std::make_shared<const Users>();
         m_identity.reset();
         m_isCurrent = false;
-        m_unreadableSince.reset();
     }
 
-    bool IsBeingRewritten() const { return m_unreadableSince && !m_users->empty(); }
-
-    /// Keeps the users while the file may be on its way to its next state, and then none.
-    void KeepForAWhile(const FileIdentity& identity, bool isNew, const char* what) {
-        const auto now = Clock::now();
-        m_unreadableSince = m_unreadableSince.value_or(now);
-        const std::chrono::nanoseconds unchanged = std::chrono::system_clock::now().time_since_epoch() -
-                                                   std::chrono::nanoseconds(identity.ctimeNanoseconds);
+    /// Keeps the users while the file may be on its way to its next state, and then none. The time counts
+    /// from when they were seen to be right: what was changed since is not known.
+    void KeepForAWhile(Clock::time_point now, bool isNew, const char* what) {
         const bool wasKept = !m_users->empty();
-        const bool isKept = wasKept && now - *m_unreadableSince < kRewritingTime &&
-                            std::chrono::abs(unchanged) < kRewritingTime;
+        const bool isKept = wasKept && now - m_lastGood < kRewritingTime;
         if (!isKept) {
             m_users = std::make_shared<const Users>();
         }
@@ -168,8 +166,8 @@ private:
     /// Whether that read need not be repeated while the file stays the same.
     bool m_isCurrent = false;
     std::shared_ptr<const Users> m_users = std::make_shared<const Users>();
-    /// When it was first found to be no users file, after the users were read.
-    std::optional<Clock::time_point> m_unreadableSince;
+    /// When the users were last those of the file.
+    Clock::time_point m_lastGood;
 };
 
 thread_local std::shared_ptr<const Users> t_snapshot;

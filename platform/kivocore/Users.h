@@ -32,8 +32,9 @@ struct User {
 using Users = std::unordered_map<std::string, User>;
 
 /// The users of etc/kivo/users.json, parsed at most once as long as the file stays the same. Never null:
-/// without the file there are no users. While the file is being rewritten and does not parse, for some
-/// seconds the users are those it last had for this process, and then none. Safe on any thread.
+/// without the file there are no users. While the file is being rewritten and does not parse, the users
+/// are those it last had for this process, for three seconds from when that was seen, and then none. Safe on
+/// any thread.
 KIVO_PUBLIC std::shared_ptr<const Users> LoadUsers();
 
 /// While one lives, LoadUsers gives its thread the users of the snapshot's beginning and does not look at the

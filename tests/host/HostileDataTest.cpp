@@ -307,8 +307,15 @@ TEST_F(HostileDataTest, NamesOfAnyKindAreJustNames) {
 }
 
 TEST_F(HostileDataTest, AUsersFileThatIsBeingRewrittenSignsNobodyOut) {
-    ASSERT_EQ(Summary(Envelope(kLoad)), "1");
+    m_root.WriteUsers({{.name = "alice", .token = "former-token"}});
+    ASSERT_EQ(Summary(Envelope(kLoad, "former-token")), "1");
+    m_root.WriteUsers({{.name = "alice", .token = kToken}});
     const std::string users = m_root.Read("/etc/kivo/users.json").value();
+    std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+    m_root.Write("/etc/kivo/users.json", users.substr(0, users.size() / 2));
+    EXPECT_EQ(Summary(Envelope(kLoad)), "1") << "What changes while nobody asks is learned.";
+    EXPECT_EQ(Summary(Envelope(kLoad, "former-token")), "401");
+
     const std::jthread writer([&](const std::stop_token& stop) {
         while (!stop.stop_requested()) {
             std::ofstream file(m_root.Path("/etc/kivo/users.json"), std::ios::trunc);

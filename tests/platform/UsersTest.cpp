@@ -81,11 +81,18 @@ TEST(Users, AFileThatIsBeingRewrittenKeepsItsUsers) {
 }
 
 TEST(Users, AFileThatStaysBrokenSignsEverybodyOut) {
+    constexpr char kBroken[] = "{\"users\": {\"ali";
     const ApplianceRoot root;
     root.WriteUsers({{.name = "alice"}});
     EXPECT_EQ(UidOf("alice"), 1026);
+    std::this_thread::sleep_for(std::chrono::seconds(4));
+    root.Write(kUsersFile, kBroken);
+    EXPECT_EQ(UidOf("alice"), -1) << "It may have been another file since it was looked at.";
+
+    root.WriteUsers({{.name = "alice"}});
+    EXPECT_EQ(UidOf("alice"), 1026);
     LogLines().clear();
-    root.Write(kUsersFile, "{\"users\": {\"ali");
+    root.Write(kUsersFile, kBroken);
     EXPECT_EQ(UidOf("alice"), 1026);
     const pid_t child = fork();
     if (child == 0) {
