@@ -16,9 +16,6 @@ namespace {
 /// and so makes another number of some than everyone else.
 constexpr std::int64_t kMaxExact = std::int64_t{1} << 53;
 
-/// What stands for both characters of an escaped quote. JSON allows it in a text, and hardly any tag has it.
-constexpr char kMask = '\x7f';
-
 /// Nothing where the JSON library may see it otherwise. Of two members of one name the last one counts.
 [[nodiscard]] std::optional<RowFacts> FactsOf(simdjson::dom::object notification) {
     RowFacts facts;
@@ -64,40 +61,13 @@ std::string TagOf(const Json::Value& notification) {
 }
 
 std::optional<RowFacts> RowReader::Read(std::string_view text) {
-    for (const std::string_view source : {Mask(text), text}) {
-        const auto object = m_scanner.Scan(source);
-        auto facts = object ? FactsOf(*object) : std::nullopt;
-        if (facts && (source.data() == text.data() || facts->tag.find(kMask) == facts->tag.npos)) {
+    if (const auto object = m_scanner.Scan(text)) {
+        if (auto facts = FactsOf(*object)) {
             return facts;
         }
     }
     Json::Value notification;
     return ParseJsonText(text, notification) ? std::optional(FactsOf(notification, m_tag)) : std::nullopt;
-}
-
-/// The text with each escaped quote masked: a message holds JSON as text, which is full of them, and the
-/// scanner needs as long to decode them one by one as for all the rest.
-std::string_view RowReader::Mask(std::string_view text) {
-    if (text.empty()) {
-        return text;
-    }
-    m_masked.resize(text.size());
-    const char* const source = text.data();
-    char* const masked = m_masked.data();
-    // Without a branch, so that the compiler makes it work on many characters at a time.
-    unsigned char pairs = 0;
-    const std::size_t last = text.size() - 1;
-    for (std::size_t i = 1; i < last; ++i) {
-        const bool isEscaped = source[i - 1] == '\\';
-        const bool isMasked =
-            ((source[i] == '\\') & (source[i + 1] == '"')) | ((source[i] == '"') & isEscaped);
-        masked[i] = isMasked ? kMask : source[i];
-        pairs |= isEscaped & (source[i] == '\\');
-    }
-    masked[0] = source[0];
-    masked[last] = source[last];
-    // Of two backslashes the first escapes the second: a quote behind them ends its text.
-    return pairs != 0 ? text : m_masked;
 }
 
 void RowReader::Append(const std::string& text, Json::Value& array) {

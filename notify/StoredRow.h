@@ -33,10 +33,7 @@ public:
     void Append(const std::string& text, Json::Value& array);
 
 private:
-    std::string_view Mask(std::string_view text);
-
     JsonScanner m_scanner;
-    std::string m_masked;
     std::string m_tag;  // of a text that only the JSON library could read
 };
 
