@@ -273,8 +273,8 @@ private:
             if (!*requestPointer) {
                 throw std::bad_alloc();
             }
-            const Request& whole = *static_cast<Request*>(*requestPointer);
-            HttpRequest& request = static_cast<Request*>(*requestPointer)->content;
+            Request& whole = *static_cast<Request*>(*requestPointer);
+            HttpRequest& request = whole.content;
             const bool hasBegun = !request.method.empty();
             if (!hasBegun) {
                 request.method = method;

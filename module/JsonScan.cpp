@@ -46,6 +46,13 @@ Json::Value TreeOf(simdjson::dom::element element) {
     return {};
 }
 
+/// The parser may have got part of what it needs.
+void ThrowIfShort(simdjson::error_code error) {
+    if (error == simdjson::MEMALLOC) {
+        throw std::bad_alloc();
+    }
+}
+
 }  // namespace
 
 JsonScanner::JsonScanner() { ThrowIfShort(m_parser.allocate(kInitialCapacity, kMaxDepth)); }
@@ -55,12 +62,6 @@ std::optional<simdjson::dom::object> JsonScanner::Scan(std::string_view text) {
     const auto error = m_parser.parse(text.data(), text.size()).get(object);
     ThrowIfShort(error);
     return error == simdjson::SUCCESS ? std::optional(object) : std::nullopt;
-}
-
-void JsonScanner::ThrowIfShort(simdjson::error_code error) {
-    if (error == simdjson::MEMALLOC) {
-        throw std::bad_alloc();
-    }
 }
 
 Json::Value TreeOf(simdjson::dom::object object) {

@@ -21,10 +21,6 @@ public:
     [[nodiscard]] std::optional<simdjson::dom::object> Scan(std::string_view text);
 
 private:
-    /// Throws std::bad_alloc when that is what the error tells: the parser may have got part of what it
-    /// needs.
-    static void ThrowIfShort(simdjson::error_code error);
-
     simdjson::dom::parser m_parser;
 };
 

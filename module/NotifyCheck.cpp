@@ -1,7 +1,6 @@
 // The parameter check of method "notify". It knows the parameters that a client may send, not only those that
 // the handler reads: "lastRead" and "start" are checked and then ignored.
 
-#include <initializer_list>
 #include <string>
 
 #include "module/Actions.h"
@@ -37,22 +36,12 @@ bool NEXNotify_1_notify_Check(KIVO::APIRequest* request, KIVO::APIResponse* resp
     clean.SetDefault("");
     const auto action = request->GetAndCheckString("action", KIVO::PARAM_REQUIRED, nullptr);
 
-    struct Validity {
-        const char* name;
-        bool isInvalid;
-        bool isSet;
+    const auto isValid = [response](const char* name, const auto& parameter) {
+        return !parameter.IsInvalid() || Refuse(response, name, parameter.IsSet() ? "type" : "required");
     };
-    for (const Validity& parameter : {
-             Validity{"lastRead", lastRead.IsInvalid(), lastRead.IsSet()},
-             Validity{"all", all.IsInvalid(), all.IsSet()},
-             Validity{"limit", limit.IsInvalid(), limit.IsSet()},
-             Validity{"start", start.IsInvalid(), start.IsSet()},
-             Validity{"clean", clean.IsInvalid(), clean.IsSet()},
-             Validity{"action", action.IsInvalid(), action.IsSet()},
-         }) {
-        if (parameter.isInvalid) {
-            return Refuse(response, parameter.name, parameter.isSet ? "type" : "required");
-        }
+    if (!isValid("lastRead", lastRead) || !isValid("all", all) || !isValid("limit", limit) ||
+        !isValid("start", start) || !isValid("clean", clean) || !isValid("action", action)) {
+        return false;
     }
 
     // Deleting is irrevocable, so the client has to say that it means all.

@@ -2,13 +2,25 @@
 
 #include <json/value.h>
 
+#include <cstddef>
+#include <functional>
 #include <memory_resource>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 
 #include "module/NEXNotifyAPI.h"
-#include "notify/EnabledTags.h"
 
 namespace KIVO::NEXNotify {
+
+/// Lets texts be looked up by a view of them.
+struct HashText {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+};
+
+/// The tags of the notifications that are enabled on the appliance.
+using EnabledTags = std::pmr::unordered_set<std::pmr::string, HashText, std::equal_to<>>;
 
 /// Answers one request to method "notify": its parameter "action" chooses what is done for the login user.
 /// Every operation returns 0 or an error code and leaves its answer in m_result. An exception leaves nothing

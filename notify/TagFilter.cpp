@@ -1,7 +1,6 @@
 #include "notify/TagFilter.h"
 
 #include "module/Paths.h"
-#include "notify/Notify.h"
 #include "notify/StoredRow.h"
 #include "notify/StringList.h"
 #include "sysnotify/rights.h"

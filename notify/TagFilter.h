@@ -9,11 +9,9 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "notify/EnabledTags.h"
+#include "notify/Notify.h"
 
 namespace KIVO::NEXNotify {
-
-class Notify;
 
 /// Tells by their tags which notifications are listed: those that are enabled on the appliance and, unless
 /// all are asked for, those that the user has the privilege to see.
