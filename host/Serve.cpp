@@ -25,6 +25,7 @@
 #include "host/ServiceManager.h"
 #include "host/Supervisor.h"
 #include "platform/kivocore/ApplianceRoot.h"
+#include "platform/kivocore/Catalogue.h"
 #include "platform/kivocore/FileDescriptor.h"
 #include "platform/kivocore/Users.h"
 
@@ -90,7 +91,7 @@ void CheckAsAccount(const Account& account) {
         syslog(LOG_WARNING, "No one can sign in: there are no users in %s, or it cannot be read.",
                Appliance::Rooted(Appliance::kUsersPath).c_str());
     }
-    const std::string catalogue = Appliance::Rooted("/var/cache/texts/enu/mails");
+    const std::string catalogue = Appliance::CataloguePath("enu");
     if (!IsReadable(catalogue)) {
         syslog(LOG_WARNING, "There is no English text catalogue at %s that can be read.", catalogue.c_str());
     }

@@ -289,7 +289,7 @@ Catalogues CheckCatalogues() {
     }
     std::erase_if(languages, [](const std::string& name) { return !Appliance::IsLanguage(name); });
     for (const std::string& language : languages) {
-        const std::string path = Rooted("/var/cache/texts/" + language + "/mails");
+        const std::string path = Appliance::CataloguePath(language);
         if (!CheckRights(part, path, S_IWGRP | S_IWOTH)) {
             continue;
         }
@@ -302,7 +302,7 @@ Catalogues CheckCatalogues() {
     }
     const auto english = catalogues.find("enu");
     if (english == catalogues.end()) {
-        part.Error("There is no English text catalogue " + Rooted("/var/cache/texts/enu/mails") +
+        part.Error("There is no English text catalogue " + Appliance::CataloguePath("enu") +
                    " that can be read.");
         return catalogues;
     }

@@ -85,8 +85,7 @@ void CheckAgainstCatalogues(const Arguments& arguments) {
     }
     const auto isInSome = [&](auto isIn) {
         return std::ranges::any_of(languages, [&](const std::string& language) {
-            const auto catalogue =
-                Appliance::LoadCatalogue(Appliance::Rooted("/var/cache/texts/" + language + "/mails"));
+            const auto catalogue = Appliance::LoadCatalogue(Appliance::CataloguePath(language));
             return catalogue && isIn(*catalogue);
         });
     };

@@ -114,6 +114,10 @@ std::shared_ptr<const Catalogue> LoadCatalogue(int descriptor) {
     return cache.Load(descriptor);
 }
 
+std::string CataloguePath(const std::string& language) {
+    return Rooted("/var/cache/texts/" + language + "/mails");
+}
+
 std::vector<std::string> InstalledLanguages() {
     std::vector<std::string> languages;
     std::error_code ignored;

@@ -40,6 +40,9 @@ struct Catalogue {
 [[nodiscard]] KIVO_PUBLIC std::shared_ptr<const Catalogue> LoadCatalogue(const std::string& path);
 [[nodiscard]] KIVO_PUBLIC std::shared_ptr<const Catalogue> LoadCatalogue(int descriptor);
 
+/// Where the catalogue of a language lies, as a path of this machine. The code goes into the path unchanged.
+KIVO_PUBLIC std::string CataloguePath(const std::string& language);
+
 /// The codes of the languages that have a catalogue in the text cache, sorted.
 KIVO_PUBLIC std::vector<std::string> InstalledLanguages();
 

@@ -41,15 +41,15 @@ void GenerateCategoryFile(const std::string& language) {
         throw std::runtime_error("\"" + language +
                                  "\" is no language; a language is three lower-case letters.");
     }
-    const std::string folder = Rooted("/var/cache/texts/" + language);
-    const auto catalogue = LoadCatalogue(folder + "/mails");
+    const std::string path = CataloguePath(language);
+    const auto catalogue = LoadCatalogue(path);
     if (!catalogue) {
-        throw std::runtime_error("There is no readable text catalogue " + folder + "/mails.");
+        throw std::runtime_error("There is no readable text catalogue " + path + ".");
     }
     Json::Value document;
     document["All"] = ListEvents(*catalogue);
 
-    Replacement file(folder + "/notification_category");
+    Replacement file(Rooted("/var/cache/texts/" + language + "/notification_category"));
     file.Write(WriteJson(document) + '\n');
     file.Commit(kCategoryFileMode);
 }

@@ -16,10 +16,6 @@ using namespace KIVO::Appliance;
 
 constexpr char kGroupMark = '@';
 
-std::string CatalogueFile(const std::string& language) {
-    return Rooted("/var/cache/texts/" + language + "/mails");
-}
-
 /// One with a ':' is known, and its own text, without any catalogue.
 bool IsSystemEvent(const std::string& tag) { return tag.find(':') != std::string::npos; }
 
@@ -30,7 +26,7 @@ void CheckTag(const std::string& tag) {
     }
     bool hasCatalogue = false;
     for (const std::string& language : InstalledLanguages()) {
-        const auto catalogue = LoadCatalogue(CatalogueFile(language));
+        const auto catalogue = LoadCatalogue(CataloguePath(language));
         if (catalogue && catalogue->entries.contains(tag)) {
             return;
         }
@@ -110,7 +106,7 @@ bool IsEmpty(const char* text) { return text == nullptr || *text == '\0'; }
 
 /// Writes what the page shows in the language. What is wrong with it; "" when nothing is.
 std::string Show(const Notification& notification, const std::string& language) {
-    const auto catalogue = LoadCatalogue(CatalogueFile(language));
+    const auto catalogue = LoadCatalogue(CataloguePath(language));
     const CatalogueEntry none{};
     const CatalogueEntry* entry = &none;
     if (catalogue && catalogue->entries.contains(notification.tag)) {
