@@ -14,7 +14,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <regex>
 #include <set>
 #include <string>
 #include <system_error>
@@ -233,9 +232,13 @@ void CheckDatabase() {
 }
 
 std::set<std::string> PlaceholdersOf(const char* text) {
-    static const std::regex placeholder(R"(\{[^{}\s]+\})");
-    const std::string all = text;
-    return {std::sregex_token_iterator(all.begin(), all.end(), placeholder), {}};
+    std::set<std::string> placeholders;
+    for (const auto& [piece, isPlaceholder] : Appliance::PiecesOf(text)) {
+        if (isPlaceholder) {
+            placeholders.emplace(piece);
+        }
+    }
+    return placeholders;
 }
 
 /// Whatever of the texts of one language the other lacks.

@@ -114,6 +114,18 @@ std::shared_ptr<const Catalogue> LoadCatalogue(int descriptor) {
     return cache.Load(descriptor);
 }
 
+std::vector<TextPiece> PiecesOf(std::string_view text) {
+    std::vector<TextPiece> pieces;
+    while (!text.empty()) {
+        std::size_t end = std::min(text.find_first_of("{} \t\n\v\f\r", 1), text.size());
+        const bool isPlaceholder = text[0] == '{' && end > 1 && text.substr(end).starts_with('}');
+        end += isPlaceholder ? 1 : 0;
+        pieces.push_back({text.substr(0, end), isPlaceholder});
+        text.remove_prefix(end);
+    }
+    return pieces;
+}
+
 std::string CataloguePath(const std::string& language) {
     return Rooted("/var/cache/texts/" + language + "/mails");
 }

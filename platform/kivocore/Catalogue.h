@@ -40,6 +40,16 @@ struct Catalogue {
 [[nodiscard]] KIVO_PUBLIC std::shared_ptr<const Catalogue> LoadCatalogue(const std::string& path);
 [[nodiscard]] KIVO_PUBLIC std::shared_ptr<const Catalogue> LoadCatalogue(int descriptor);
 
+/// A piece of a text: a placeholder, "{NAME}" without braces or white space in its name, or what stands
+/// between two.
+struct TextPiece {
+    std::string_view text;
+    bool isPlaceholder;
+};
+
+/// The pieces of a catalogue's text, which they borrow.
+KIVO_PUBLIC std::vector<TextPiece> PiecesOf(std::string_view text);
+
 /// Where the catalogue of a language lies, as a path of this machine. The code goes into the path unchanged.
 KIVO_PUBLIC std::string CataloguePath(const std::string& language);
 

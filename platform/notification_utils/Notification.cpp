@@ -80,21 +80,15 @@ struct Filling {
     /// The text as the page fills it: in one pass, and a placeholder without a value stays as it is.
     std::string Fill(std::string_view text) {
         std::string filled;
-        for (std::size_t at = 0; at < text.size();) {
-            const std::size_t end = text.find_first_of("{} \t\n\v\f\r", at + 1);
-            std::string piece(text.substr(at, end - at));
-            at += piece.size();
-            if (piece.size() > 1 && piece.starts_with('{') && text.substr(at).starts_with('}')) {
-                const std::string name = piece.substr(1);
-                piece += '}';
-                ++at;
-                if (const Json::Value* const value =
-                        parameters.find(name.data(), name.data() + name.size())) {
-                    unused.removeMember(name);
-                    piece = value->asString();
-                } else if (missing.find(piece) == std::string::npos) {
-                    missing = Listed(missing, piece);
-                }
+        for (const auto& [piece, isPlaceholder] : PiecesOf(text)) {
+            const std::string name(isPlaceholder ? piece.substr(1, piece.size() - 2) : "");
+            if (isPlaceholder && parameters.isMember(name)) {
+                unused.removeMember(name);
+                filled += parameters[name].asString();
+                continue;
+            }
+            if (isPlaceholder && missing.find(piece) == std::string::npos) {
+                missing = Listed(missing, std::string(piece));
             }
             filled += piece;
         }

@@ -170,7 +170,7 @@ TEST_F(CommandsTest, CheckFindsWhatIsWrongAndChangesNothing) {
         {"echo x >var/cache/texts/ger/mails", "ger/mails cannot be read or is no text catalogue."},
         {"sed -i 's/^.DiskFailed./[DiskFine]/' var/cache/texts/ger/mails", "ger lacks the tag DiskFailed,"},
         {"sed -i 's/^.DiskFailed./[DiskFine]/' var/cache/texts/ger/mails", "enu lacks the tag DiskFine,"},
-        {"sed -i '/^message=/s/{DISK}/DISK/' var/cache/texts/fre/mails",
+        {R"(sed -i "/^message=/s/{DISK}/{$(printf %0120000d 0)/" var/cache/texts/fre/mails)",
          "fre lacks {DISK} in the message of the tag DiskFailed, which enu has."},
         {"sed -i '/^mail=/d' var/cache/texts/fre/mails", "fre lacks the mail of the tag DiskFailed,"},
         {"echo '{\"All\": [{\"name\": \"Old\"}]}' >var/cache/texts/ger/notification_category",
