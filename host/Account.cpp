@@ -60,7 +60,9 @@ void LimitCapabilities() {
     // The bounding set first: to change it is a capability too.
     int error = 0;
     for (unsigned long i = 0; prctl(PR_CAPBSET_READ, i, 0, 0, 0) >= 0; ++i) {
-        if (i != CAP_SETUID && i != CAP_SETGID && prctl(PR_CAPBSET_DROP, i, 0, 0, 0) != 0) {
+        // Where the starter has given one up already, it may have left no right to do so once more.
+        const bool isLeft = prctl(PR_CAPBSET_READ, i, 0, 0, 0) == 1;
+        if (isLeft && i != CAP_SETUID && i != CAP_SETGID && prctl(PR_CAPBSET_DROP, i, 0, 0, 0) != 0) {
             error = errno;
         }
     }
