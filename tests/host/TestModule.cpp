@@ -50,9 +50,13 @@ void Nap(APIRequest*, APIResponse* response) {
     response->SetSuccess("rested");
 }
 
-/// Answers as many MiB as the parameter "mebibytes" says.
+/// Answers as many MiB as the parameter "mebibytes" says, in pieces of which each takes a KiB.
 void Enlarge(APIRequest* request, APIResponse* response) {
-    response->SetSuccess(std::string(request->GetParam("mebibytes", 0).asUInt64() << 20, 'x'));
+    Json::Value pieces(Json::arrayValue);
+    for (int i = request->GetParam("mebibytes", 0).asInt() * 1024; i > 0; --i) {
+        pieces.append(std::string(900, 'x'));
+    }
+    response->SetSuccess(pieces);
 }
 
 bool Accept(APIRequest*, APIResponse*) { return true; }
