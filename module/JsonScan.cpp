@@ -70,8 +70,7 @@ Json::Value TreeOf(simdjson::dom::object object) {
     Json::Value tree(Json::objectValue);
     for (const auto [name, value] : object) {
         // Of two members of one name the last one stays.
-        const auto known =
-            std::ranges::find_if(kNames, [name](const char* candidate) { return name == candidate; });
+        const auto known = std::ranges::find(kNames, name);
         (known != std::end(kNames) ? tree[Json::StaticString(*known)]
                                    : *tree.demand(name.data(), name.data() + name.size())) = TreeOf(value);
     }
