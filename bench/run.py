@@ -120,8 +120,9 @@ class Bench:
         prefix.chmod(0o755)
         page = prefix / "share/notification-centre"
         page.mkdir(parents=True)
-        # A program of its own folder, beside which it finds the file.
+        # A program of its own folder, beside which it finds the file and its libraries.
         (prefix / "bin").mkdir()
+        (prefix / "lib").symlink_to(self.build.resolve() / "lib")
         shutil.copy(self.build / "bin/webapi-host", prefix / "bin")
         token = USERS["users"][USER]["token"]
         parameters = load_parameters()
