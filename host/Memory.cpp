@@ -19,7 +19,8 @@ namespace {
 // What is larger, the lists of tens of thousands of rows that SQLite sorts, goes back at once.
 constexpr int kLargestKeptBlock = 6 << 20;
 constexpr int kMostKeptMemory = 64 << 20;
-constexpr char kTunables[] = "glibc.malloc.tcache_count=1000:glibc.malloc.hugetlb=1";
+constexpr char kTunables[] =
+    "glibc.malloc.tcache_count=1000:glibc.malloc.tcache_max=128:glibc.malloc.hugetlb=1";
 constexpr rlim_t kMostMemory = rlim_t{2} << 30;
 constexpr std::size_t kMostGrowth = 16 << 20;
 
@@ -85,7 +86,11 @@ MemoryTrimmer::MemoryTrimmer() : m_status(OpenStatus()), m_pagesKept(ReadPages(m
 void MemoryTrimmer::Trim() {
     if (ReadPages(m_status.Get()).resident > m_pagesKept + kMostGrowth / PageSize()) {
         malloc_trim(0);
-        m_pagesKept = ReadPages(m_status.Get()).resident;
+        // What cannot be given back is in use, and is not tried again each time.
+        const std::size_t left = ReadPages(m_status.Get()).resident;
+        if (left > m_pagesKept + kMostGrowth / PageSize()) {
+            m_pagesKept = left;
+        }
     }
 }
 

@@ -28,7 +28,8 @@ class MemoryTrimmer {
 public:
     MemoryTrimmer();
 
-    /// Gives back what is free when the process is 16 MiB larger than after the last time, or the beginning.
+    /// Gives back what is free when the process is 16 MiB larger than in the beginning, or than what
+    /// was in use at the last time.
     void Trim();
 
 private:

@@ -36,7 +36,7 @@ constexpr std::chrono::milliseconds kShortWait = 200ms;
 constexpr std::chrono::milliseconds kBusyPause = 1ms;
 
 /// What a connection keeps between two requests, in KiB: the pages of small lists.
-constexpr char kCacheSize[] = "PRAGMA cache_size = -8192";
+constexpr char kCacheSize[] = "PRAGMA cache_size = -5120";
 /// Of that many pages of 4 KiB SQLite sorts in memory, 50,000 rows of more than one KiB, and the rest by way
 /// of files.
 constexpr unsigned kSortedInMemory = 16 * 1024;
