@@ -385,6 +385,7 @@ KeptConnection g_kept;
 
 KeptConnection::KeptConnection() {
     sqlite3_config(SQLITE_CONFIG_PMASZ, kSortedInMemory);
+    sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);  // a lock at each allocation
     pthread_atfork([] { g_kept.PrepareFork(); }, [] { g_kept.AfterFork(false); },
                    [] { g_kept.AfterFork(true); });
 }
