@@ -125,10 +125,12 @@ void MakeRoot(const std::string& root, bool isNamed) {
         ->check(CLI::Range(1, 86400))
         ->type_name("N")
         ->capture_default_str();
-    serve.add_option("--workers", options.workerCount, "How many processes answer requests")
+    // Without the number that it has here: the manual page is for other machines too.
+    serve
+        .add_option("--workers", options.workerCount,
+                    "How many processes answer requests; one a core when absent")
         ->check(CLI::Range(1, 256))
-        ->type_name("N")
-        ->capture_default_str();
+        ->type_name("N");
 
     serve.add_flag("--log-requests", options.shouldLogRequests,
                    "Write a line a request: time, user, HTTP method, path, status, milliseconds");
@@ -248,6 +250,10 @@ int main(int argc, char* argv[]) {
     } catch (const WrongUse& error) {
         std::cerr << "webapi-host: " << error.what() << std::endl;
         return kWrongUsage;
+    } catch (const std::filesystem::filesystem_error& error) {
+        std::cerr << "webapi-host: " << error.path1().string() << ": " << error.code().message() << '.'
+                  << std::endl;
+        return EXIT_FAILURE;
     } catch (const std::exception& error) {
         std::cerr << "webapi-host: " << error.what() << std::endl;
         return EXIT_FAILURE;

@@ -408,7 +408,7 @@ void CheckUsers(const Account& account) {
     part.End(users->empty() ? "none yet; webapi-host users add makes one" : std::to_string(users->size()));
 }
 
-int Check(const std::string& accountName, bool ignoresWarnings) {
+[[nodiscard]] int Check(const std::string& accountName, bool ignoresWarnings) {
     const std::optional<Account> account = FindAccount(accountName);
     if (!account) {
         throw WrongUse("There is no account " + accountName + " on this machine.");

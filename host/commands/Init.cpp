@@ -39,7 +39,9 @@ struct Options {
 };
 
 /// Whether something is at the path, be it a link that leads nowhere.
-bool IsThere(const fs::path& path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
+[[nodiscard]] bool IsThere(const fs::path& path) {
+    return fs::symlink_status(path).type() != fs::file_type::not_found;
+}
 
 void Report(const std::string& path) { std::cout << "Made " << path << '\n'; }
 
@@ -120,7 +122,7 @@ void MakeDatabase() {
     });
 }
 
-int Init(const Options& options, const std::string& accountName) {
+[[nodiscard]] int Init(const Options& options, const std::string& accountName) {
     const std::optional<Account> account = FindAccount(accountName);
     if (!account) {
         throw WrongUse("There is no account " + accountName + " on this machine.");

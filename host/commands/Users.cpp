@@ -189,7 +189,7 @@ Json::Int64 NextUid(const Json::Value& users, const Json::Value& document) {
     return next;
 }
 
-int Add(Arguments arguments) {
+[[nodiscard]] int Add(Arguments arguments) {
     CheckName(arguments.name, "user");
     std::ranges::for_each(arguments.groups, [](const auto& group) { CheckName(group, "group"); });
     CheckAgainstCatalogues(arguments);
@@ -227,7 +227,7 @@ int Add(Arguments arguments) {
     return EXIT_SUCCESS;
 }
 
-int Remove(const std::string& name) {
+[[nodiscard]] int Remove(const std::string& name) {
     ChangeUsers([&](Json::Value& users, Json::Value& document) {
         Find(users, name);
         document["nextUid"] = NextUid(users, document);
@@ -236,7 +236,7 @@ int Remove(const std::string& name) {
     return EXIT_SUCCESS;
 }
 
-int RenewToken(const std::string& name) {
+[[nodiscard]] int RenewToken(const std::string& name) {
     const std::string token = MakeToken();
     ChangeUsers([&](Json::Value& users, const Json::Value&) {
         Json::Value& user = Find(users, name);
@@ -249,7 +249,7 @@ int RenewToken(const std::string& name) {
     return EXIT_SUCCESS;
 }
 
-int List() {
+[[nodiscard]] int List() {
     const Json::Value document = ReadDocument(Appliance::Rooted(Appliance::kUsersPath));
     std::vector<Names> rows = {{"NAME", "UID", "LANGUAGE", "GROUPS", "APPLICATIONS", "HIDDEN-TAGS"}};
     // What passes for no user is left out here too, and the log says so.

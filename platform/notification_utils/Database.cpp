@@ -46,7 +46,7 @@ NotificationDatabase::NotificationDatabase()
         throw std::runtime_error("There is no notification database " + m_path + ": " +
                                  std::generic_category().message(errno) + ".");
     }
-    g_end = Clock::now() + kLongestWait;
+    WaitAnew();
     int result = SQLITE_OK;
     do {
         sqlite3* handle = nullptr;
@@ -60,8 +60,9 @@ NotificationDatabase::NotificationDatabase()
     sqlite3_busy_handler(m_handle.get(), &WaitForLock, nullptr);
 }
 
+void NotificationDatabase::WaitAnew() { g_end = Clock::now() + kLongestWait; }
+
 long long NotificationDatabase::Run(const std::string& statements) {
-    g_end = Clock::now() + kLongestWait;
     Check(nexnotifyDbRunSql(m_handle.get(), statements.c_str(), nullptr, nullptr), "write to");
     return sqlite3_changes64(m_handle.get());
 }
@@ -72,7 +73,6 @@ long long NotificationDatabase::ReadNumber(const std::string& query) {
         *static_cast<long long*>(to) = texts[0] != nullptr ? std::atoll(texts[0]) : 0;
         return 0;
     };
-    g_end = Clock::now() + kLongestWait;
     Check(nexnotifyDbRunSql(m_handle.get(), query.c_str(), onRow, &number), "read");
     return number;
 }

@@ -7,11 +7,14 @@
 
 #include "sysnotify/database.h"
 
-/// The notification database, to write to. Every operation waits some seconds for what another has locked,
-/// and throws std::runtime_error with one sentence when it fails.
+/// The notification database, to write to. All operations together wait some seconds for what another has
+/// locked. Each throws std::runtime_error with one sentence when it fails.
 class NotificationDatabase {
 public:
     NotificationDatabase();
+
+    /// Lets the operations from now on wait as long as those of a new object.
+    static void WaitAnew();
 
     /// Runs the statements. How many rows the last one that writes has changed. What is not committed when
     /// the object goes is rolled back.

@@ -73,6 +73,7 @@ void PruneNotifications(std::chrono::seconds age, int kept) {
     std::string isOlder;
     if (kept > 0) {
         ListOldestKept(database, kept);
+        NotificationDatabase::WaitAnew();
         isOlder =
             " AND EXISTS(SELECT 1 FROM temp.oldest_kept JOIN message ON message.message_id = "
             "nexnotify.message_id"
@@ -88,6 +89,7 @@ void PruneNotifications(std::chrono::seconds age, int kept) {
     long long size = kSmallestStep;
     for (long long from = first;;) {
         const auto start = Clock::now();
+        NotificationDatabase::WaitAnew();
         // The last id of the step, or of all.
         const long long to = database.ReadNumber(
             SqlText("SELECT coalesce((SELECT message_id FROM message WHERE message_id >= %lld"

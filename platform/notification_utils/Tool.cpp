@@ -43,14 +43,14 @@ enum ExitStatus { kSuccess = 0, kFailure = 1, kWrongUsage = 2 };
 }
 
 /// Ends the program when it takes longer than a caller is to wait: for a disk, or for whoever should read
-/// what it says. Locks are given up before.
+/// what it says. Locks are given up before, but for those of a database that several wait to open.
 class TimeLimit {
 public:
     TimeLimit() {
         struct sigaction action {};
         action.sa_handler = [](int) {
             constexpr std::string_view kSentence =
-                "notification_utils: It took too long; the notification may not be stored.\n";
+                "notification_utils: It took too long; what was asked for may not be done.\n";
             pollfd output{STDERR_FILENO, POLLOUT, 0};
             if (poll(&output, 1, 0) == 1) {
                 [[maybe_unused]] const ssize_t length =
