@@ -218,7 +218,12 @@ Router::Router(const Module& module, const Page& page, Activity& activity, Route
 std::optional<HttpAnswer> Router::RefuseHead(const HttpRequest& request) const {
     try {
         CheckHeaders(request);
-        CheckHost(request.Header("Host"));
+        // A client of HTTP 1.0 need not say it; the library sees to it that every other does.
+        for (const auto& [name, value] : request.headers) {
+            if (EqualsIgnoringCase(name, "Host")) {
+                CheckHost(value);
+            }
+        }
         return std::nullopt;
     } catch (const Refusal& refusal) {
         return MakeAnswer(refusal);
@@ -264,8 +269,7 @@ void Router::CheckHost(std::string_view host) const {
         host = host.substr(0, port);
     }
     const auto isHost = [host](std::string_view name) { return EqualsIgnoringCase(host, name); };
-    // A client of HTTP 1.0 need not say it; the library sees to it that every other does.
-    if (!isHost("") && !isHost("localhost") && !isHost("[::1]") && !IsLoopback(std::string(host)) &&
+    if (!isHost("localhost") && !isHost("[::1]") && !IsLoopback(std::string(host)) &&
         std::ranges::none_of(m_options.hostNames, isHost)) {
         throw Refusal(421, "The Host is not one by which this server is called; --host-name names more.");
     }

@@ -96,6 +96,7 @@ TEST_F(RouterTest, EachRequestGetsItsStatusAndOneSentence) {
         {{.host = "[::1]:80"}, 200, 0, ""},
         {{.host = "127.0.0.9"}, 200, 0, ""},
         {{.host = "nas.example:443"}, 200, 0, ""},
+        {{.host = ""}, 421, 421, "The Host is not one"},
         {{.host = "example"}, 421, 421, "The Host is not one"},
         {{.host = "127.0.0.1.example:80"}, 421, 421, "The Host is not one"},
     };
