@@ -94,21 +94,25 @@ public:
         "notification_utils");
     std::string language;
     std::vector<std::string> notification;
-    CLI::App& task = *tool.add_option_group("Tasks", "one of them")->require_option(1);
-    const CLI::Option* generate =
-        task.add_option("--gen_category_file", language, "Write the category file of the language")
+    // Not a group of options: for an empty argument before an unknown option it would be asked without end.
+    CLI::Option* generate =
+        tool.add_option("--gen_category_file", language, "Write the category file of the language")
             ->option_text("LANGUAGE");
     CLI::Option* notify =
-        task.add_option("--notify", notification,
+        tool.add_option("--notify", notification,
                         "Store a notification of the tag for a user, or for each of a group such as "
                         "@administrators; the values fill the placeholders of its texts")
             ->expected(2, kMostValues)
             ->allow_extra_args(false)
+            ->excludes(generate)
             ->option_text("USER|@GROUP TAG [NAME=VALUE...]");
     bool isPruning = false;
-    CLI::Option* prune = task.add_flag(
-        "--prune", isPruning,
-        "Remove old notifications: users' links to them, and messages that nobody has any more");
+    CLI::Option* prune =
+        tool.add_flag("--prune", isPruning,
+                      "Remove old notifications: users' links to them, and messages that nobody has any more")
+            ->excludes(generate)
+            ->excludes(notify)
+            ->option_text(" ");
     std::string age;
     prune->needs(tool.add_option("--older-than", age, "How old: hours, days or weeks, as in 36h, 90d or 12w")
                      ->check([](const std::string& text) {
@@ -131,6 +135,9 @@ public:
     tool.set_version_flag("--version", "notification_utils " KIVO_VERSION, "Print the version and exit");
     try {
         tool.parse(argumentCount, arguments);
+        if (!*generate && !*notify && !isPruning) {
+            throw CLI::RequiredError("One of --gen_category_file, --notify and --prune");
+        }
     } catch (const CLI::CallForHelp&) {
         std::fputs(tool.help().c_str(), stdout);
         return kSuccess;
