@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <new>
+#include <tuple>
 
 #include "tests/support/ModuleTest.h"
 
@@ -24,6 +24,24 @@ protected:
     }
 };
 
+TEST_F(NotifyRequest, ApplyDeletesTheUsersLinksAndNotesIt) {
+    m_root.Write("/var/log/kivo/events.jsonl", "");
+    const long long shared = m_root.AddMessage({1026, 1027}, R"({"title": "Shared", "time": 1})", 1);
+    EXPECT_EQ(Notify(kApply), "success: null");
+    EXPECT_EQ(ThePlatform().calls["nexnotifyDbRunSql:DELETE FROM 'nexnotify' WHERE uid = '1026';"], 1);
+    EXPECT_EQ(m_root.Query("SELECT uid, message_id FROM nexnotify"),
+              (std::vector<std::vector<Column>>{{"1027", std::to_string(shared)}}));
+    EXPECT_EQ(m_root.Query("SELECT * FROM message").size(), 3U);
+    Json::Value event = Parse(m_root.Read("/var/log/kivo/events.jsonl").value());
+    event.removeMember("time");
+    EXPECT_EQ(Text(event), R"({"args":["alice","","",""],"category":2,"event":"0x14600001","level":1})");
+
+    EXPECT_EQ(Notify(kApply, "carol"), "success: null") << "who has no notifications";
+    EXPECT_EQ(ThePlatform().calls["KIVOLogSet1"], 2);
+    EXPECT_EQ(ThePlatform().held, 0);
+    EXPECT_EQ(LogLines(), std::vector<LogLine>{});
+}
+
 TEST_F(NotifyRequest, AnswersWhatFailsBelow) {
     const std::string failed = "error 117: null";
     const std::string notConverted = R"(error 117: {"key":"error_system","line":83,"sec":"common"})";
@@ -31,33 +49,26 @@ TEST_F(NotifyRequest, AnswersWhatFailsBelow) {
     const std::string onlyTheOneWithColon =
         R"(success: {"items":[{"time":9,"title":"nexnotify:system_event"}],)"
         R"("newestMsgTime":9.0,"priorityMap":null,"total":1})";
-    struct Case {
+    const std::string opening = "Open nexnotify.db error";
+    struct {
         const char* request;
         const char* failing;
         std::string answer;
-        std::vector<std::string> log;
+        std::vector<std::string> log = {};
         std::string calledOnce = "nexnotifyDbClose";
+    } const cases[] = {
+        {kLoad, "GetParam", notConverted, {}, "GetParam"},
+        {R"({"action":"load","offset":{}})", "", notConverted, {}, "GetLoginUserName"},
+        {kLoad, "KIVOUserGetUGID", failed, {}, "nexnotifyDbClose:null"},
+        {kLoad, "nexnotifyDbOpen", failed, {"Load.cpp:# " + opening}, "nexnotifyDbClose:null"},
+        {kLoad, "nexnotifyDbRunSql", empty, {"Load.cpp:# run sql error"}},
+        {kLoad, "KLIBCSzListAlloc", onlyTheOneWithColon},
+        {kLoad, "KLIBCFileEnumSection", onlyTheOneWithColon},
+        {kApply, "KIVOUserGetUGID", failed, {}, "nexnotifyDbClose:null"},
+        {kApply, "nexnotifyDbOpen", failed, {"NotificationStore.cpp:# " + opening}, "nexnotifyDbClose:null"},
+        {kApply, "nexnotifyDbRunSql", failed, {"NotificationStore.cpp:# run sql error"}},
     };
-    for (const auto& [request, failing, answer, log, calledOnce] : {
-             Case{kLoad, "GetParam", notConverted, {}, "GetParam"},
-             Case{R"({"action":"load","offset":{}})", "", notConverted, {}, "GetLoginUserName"},
-             Case{kLoad, "KIVOUserGetUGID", failed, {}, "nexnotifyDbClose:null"},
-             Case{kLoad,
-                  "nexnotifyDbOpen",
-                  failed,
-                  {"Load.cpp:# Open nexnotify.db error"},
-                  "nexnotifyDbClose:null"},
-             Case{kLoad, "nexnotifyDbRunSql", empty, {"Load.cpp:# run sql error"}},
-             Case{kLoad, "KLIBCSzListAlloc", onlyTheOneWithColon, {}},
-             Case{kLoad, "KLIBCFileEnumSection", onlyTheOneWithColon, {}},
-             Case{kApply, "KIVOUserGetUGID", failed, {}, "nexnotifyDbClose:null"},
-             Case{kApply,
-                  "nexnotifyDbOpen",
-                  failed,
-                  {"NotificationStore.cpp:# Open nexnotify.db error"},
-                  "nexnotifyDbClose:null"},
-             Case{kApply, "nexnotifyDbRunSql", failed, {"NotificationStore.cpp:# run sql error"}},
-         }) {
+    for (const auto& [request, failing, answer, log, calledOnce] : cases) {
         SCOPED_TRACE(std::string(request) + failing);
         ThePlatform() = {.fails = [name = failing](std::string_view operation) { return operation == name; }};
         LogLines().clear();
@@ -110,17 +121,12 @@ TEST_F(NotifyRequest, LeavesNothingHeldWhenSomethingIsThrown) {
 }
 
 TEST_F(NotifyRequest, EveryColumnBecomesJsonUpToOneThatIsNone) {
-    struct Case {
-        std::vector<const char*> columns;
-        int result;
-        std::string rows;
+    const std::tuple<std::vector<const char*>, int, const char*> cases[] = {
+        {{nullptr, R"({"b": [1.5, "x"], "a": null})"}, 0, R"([null,{"a":null,"b":[1.5,"x"]}])"},
+        {{"/* old */ 1 and more", nullptr}, 0, "[1,1]"},
+        {{"1", "nonsense", "2"}, 1, "[1]"},
     };
-    for (const auto& [columns, result, expected] : {
-             Case{{nullptr, R"({"b": [1.5, "x"], "a": null})"}, 0, R"([null,{"a":null,"b":[1.5,"x"]}])"},
-             Case{{"/* old */ 1 and more", nullptr}, 0, "[1,1]"},
-             Case{{"1", "nonsense", "2"}, 1, "[1]"},
-             Case{{""}, 1, "[]"},
-         }) {
+    for (const auto& [columns, result, expected] : cases) {
         Json::Value rows(Json::arrayValue);
         auto** texts = const_cast<char**>(columns.data());
         EXPECT_EQ(NEXNotify::Notify::readDbToJson(&rows, static_cast<int>(columns.size()), texts, nullptr),
