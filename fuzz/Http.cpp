@@ -79,7 +79,7 @@ void KIVO::Fuzz::Try(const std::string& input) {
     for (ssize_t count = 0; (count = read(client.Get(), chunk, sizeof chunk)) > 0;) {
         answers.append(chunk, static_cast<std::size_t>(count));
     }
-    ExpectEqual("log", "", logged);
+    ExpectEqual("log", "", Logged());
     Expect("no token in an answer", answers.find(kToken) == answers.npos);
     static regex_t expected;
     static const bool isCompiled = regcomp(&expected, kAnswer, REG_EXTENDED) == 0;

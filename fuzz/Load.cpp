@@ -23,5 +23,6 @@ void KIVO::Fuzz::Try(const std::string& input) {
     NEXNotify_1_notify(&request, &response);
     const Json::Value plain = PlainLoad(parameters);
     ExpectEqual("answer", Success(plain), Text(response));
-    ExpectEqual("log", storedRows.empty() || plain.isMember("priorityMap") ? "" : "run sql error\n", logged);
+    ExpectEqual("log", storedRows.empty() || plain.isMember("priorityMap") ? "" : "run sql error\n",
+                Logged());
 }

@@ -74,5 +74,5 @@ void KIVO::Fuzz::Try(const std::string& input) {
     NEXNotify_1_notify(&request, &answered);
     ExpectEqual("check", PlainCheck(parameters), Text(checked));
     ExpectEqual("answer", PlainNotify(parameters), Text(answered));
-    ExpectEqual("log", "", logged);
+    ExpectEqual("log", "", Logged());
 }

@@ -41,5 +41,5 @@ void KIVO::Fuzz::Try(const std::string& input) {
     Expect("calls", calls == (request.method == "POST" && request.path.starts_with("/webapi/") &&
                               answer.status == 200));
     Expect("no call without a token", calls == 0 || signedIn == 1);
-    ExpectEqual("log", "", logged);
+    ExpectEqual("log", "", Logged());
 }

@@ -2,10 +2,11 @@
 
 #include <sys/types.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
+
+#include "tests/support/Log.h"
 
 namespace KIVO::Fuzz {
 
@@ -27,6 +28,14 @@ std::vector<std::string> SplitTexts(const std::string& input, std::size_t skippe
     std::istringstream stream(input.substr(std::min(skipped, input.size())));
     for (std::string text; std::getline(stream, text, '\0');) {
         texts.push_back(text);
+    }
+    return texts;
+}
+
+std::string Logged() {
+    std::string texts;
+    for (const auto& [priority, text] : Test::LogLines()) {
+        texts += text.substr(text.find(' ') + 1) + '\n';
     }
     return texts;
 }
@@ -54,43 +63,17 @@ void Expect(const char* what, bool holds) { ExpectEqual(what, "1", std::to_strin
 
 }  // namespace KIVO::Fuzz
 
-namespace {
-
-void Log(const char* format, va_list arguments) {
-    char text[4096];
-    std::vsnprintf(text, sizeof text, format, arguments);
-    const std::string line = text;
-    KIVO::Fuzz::logged += line.substr(line.find(' ') + 1) + '\n';
-}
-
-}  // namespace
-
 extern "C" {
 
 int LLVMFuzzerTestOneInput(const char* data, std::size_t size) {
-    KIVO::Fuzz::logged.clear();
+    KIVO::Test::LogLines().clear();
     KIVO::Fuzz::calls = 0;
     KIVO::Fuzz::Try(std::string(data, size));
     return 0;
 }
 
-// The process is the superuser's in its own eyes and those of the platform's libraries, and logs to itself.
+// The process is the superuser's in its own eyes and those of the platform's libraries.
 KIVO_PUBLIC uid_t geteuid() noexcept { return 0; }
 KIVO_PUBLIC gid_t getegid() noexcept { return 0; }
-
-KIVO_PUBLIC void syslog(int, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    Log(format, arguments);
-    va_end(arguments);
-}
-
-/// What code that is compiled with _FORTIFY_SOURCE calls in its place.
-KIVO_PUBLIC void __syslog_chk(int, int, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    Log(format, arguments);
-    va_end(arguments);
-}
 
 }  // extern "C"

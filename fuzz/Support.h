@@ -21,7 +21,7 @@ constexpr char kToken[] = "Tok3n";          // alice's
 constexpr char kApp[] = "KIVO.App.Backup";  // the only one that "member" may use; "admin" is an administrator
 
 /// What has been logged since the input was begun, one line each, without the place where it was.
-inline std::string logged;
+std::string Logged();
 
 /// What a target with StoredRows.cpp finds in the notification database, oldest first; nothing for NULL.
 inline std::vector<std::optional<std::string>> storedRows;

@@ -49,20 +49,11 @@ TEST_F(CategoryFile, IsGeneratedWhenMissingAsTheSuperuser) {
 TEST_F(CategoryFile, AToolThatDoesNotMakeItGivesOneLine) {
     const LogLine notFound{3, NotFound("enu")};
     const LogLine notParsed{3, "CategorySettings.cpp:485 pasre json file failed. No such file or directory"};
-    struct Case {
-        const char* name;
-        const char* script;  // null: no tool
-    };
-    for (const auto& [name, script] : {
-             Case{"missing", nullptr},
-             Case{"fails", "exit 3"},
-             Case{"killed", "kill -9 $$"},
-             Case{"does nothing", "exit 0"},
-         }) {
-        SCOPED_TRACE(name);
+    for (const char* script : {"missing", "exit 3", "kill -9 $$", "exit 0"}) {
+        SCOPED_TRACE(script);
         ThePlatform() = {};
         LogLines().clear();
-        if (script != nullptr) {
+        if (script != std::string("missing")) {
             InstallTool(script);
         }
         EXPECT_EQ(Notify(kCategories, "bob", "ger"), kNoCategories);

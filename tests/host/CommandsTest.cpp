@@ -76,21 +76,19 @@ TEST_F(CommandsTest, AnApplianceIsMadeAndUsedFromNothing) {
     }
     Serve({"--workers", "1", "--account", CanTakeOnIds() ? "nobody" : "root", "--module", MODULE});
     const HttpReply session = Send({.path = "/session", .body = R"({"code":")" + code + "\"}", .token = ""});
-    const std::string token = session.Envelope()["data"]["token"].asString();
-    const std::string notifyPath = "/webapi/KIVO.Core.NEXNotify/1/notify";
-    const HttpRequest load = {.path = notifyPath, .body = R"({"action":"load"})", .token = token};
+    HttpRequest load = {.path = "/webapi/KIVO.Core.NEXNotify/1/notify",
+                        .body = R"({"action":"load"})",
+                        .token = session.Envelope()["data"]["token"].asString()};
     EXPECT_EQ(Send(load).Envelope()["data"]["items"][0]["title"], "VolumeFull") << Log();
 
     // A new token ends the old one; a user who comes after another does not get that one's notifications.
-    const std::string renewed = Run({"users", "token", "alice"});
+    Run({"users", "token", "alice"});
     EXPECT_EQ(Send(load).status, 401);
     Run({"users", "remove", "bob"});
     Run({"users", "add", "carol"});
-    std::string carols = Run({"users", "token", "carol"});
-    carols.pop_back();
-    const Json::Value none =
-        Send({.path = notifyPath, .body = R"({"action":"load"})", .token = carols}).Envelope();
-    EXPECT_EQ(none["data"]["total"], 0);
+    load.token = Run({"users", "token", "carol"});
+    load.token.pop_back();
+    EXPECT_EQ(Send(load).Envelope()["data"]["total"], 0);
 }
 
 TEST_F(CommandsTest, TheUsersFileIsChangedAsAWholeOrNotAtAll) {

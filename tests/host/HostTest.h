@@ -7,6 +7,7 @@
 #include <json/reader.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -191,6 +192,12 @@ protected:
         client.set_read_timeout(std::chrono::minutes(1));
         httplib::Result result = client.send(message);
         return result ? HttpReply{std::move(*result)} : HttpReply{};
+    }
+
+    /// A call that waits until the FIFO, which is made here, has been opened for writing and closed.
+    HttpReply Wait(const std::string& fifo) const {
+        mkfifo(fifo.c_str(), 0600);
+        return Send({.path = "/webapi/Test/1/wait", .body = R"({"fifo":")" + fifo + "\"}"});
     }
 
     /// What Test/1/echo answers, null when it does not.

@@ -1,5 +1,4 @@
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <filesystem>
@@ -24,8 +23,6 @@ TEST_F(HostTest, CommandsTellByTheirExitStatus) {
         {{"call", "--user", "alice", "--language", "enu", "Test/1/echo"}, 0, R"("language" : "enu")"},
         {{"call", "--user", "bob", "Test/1/echo"}, 0, R"("administrator" : false)"},
         {{"call", "--user", "alice", "Test/1/fail"}, 1, R"("code" : 117)"},
-        {{"call", "--user", "alice", "Test/1/throw"}, 1, R"("code" : 500)"},
-        {{"call", "--user", "alice", "Test/1/nope"}, 1, R"("code" : 404)"},
         {{"call", "--user", "alice", "Test"}, 1, R"("code" : 404)"},
         {{"call", "--user", "alice", "Test/1/echo", "[]"}, 1, R"("code" : 400)"},
         {{"sign-in", "alice"}, 0, "http://127.0.0.1:8095/#code=616c696365."},
@@ -61,9 +58,7 @@ TEST_F(HostTest, CommandsTellByTheirExitStatus) {
         {{"users", "token", "zoe"}, 2, "The appliance has no user zoe."},
         {{"--root", "/dev/null", "users", "list"}, 2, "--root: There is no folder /dev/null."},
         {{"--root", "/dev/null/x", "init"}, 1, "The folder /dev/null/x cannot be made: Not a directory."},
-        {{"init", "--catalogues", "/nowhere"},
-         2,
-         "There are no text catalogues, LANGUAGE/mails, in /nowhere."},
+        {{"init", "--catalogues", "/nowhere"}, 2, "no text catalogues, LANGUAGE/mails, in /nowhere."},
         {{"init", "--account", "no such account"}, 2, "There is no account no such account"},
         {{"serve", "--port", "65536"}, 2, "--port"},
         {{"serve", "--workers", "0"}, 2, "--workers"},
@@ -154,9 +149,7 @@ TEST_F(HostTest, ACallThatHangsIsEndedAndNamed) {
     }
     while (!ReadUntil({}, log).empty()) {
     }
-    const std::string fifo = m_root.Path("/fifo");
-    mkfifo(fifo.c_str(), 0600);
-    EXPECT_EQ(Send({.path = "/webapi/Test/1/wait", .body = R"({"fifo":")" + fifo + "\"}"}).status, -1);
+    EXPECT_EQ(Wait(m_root.Path("/fifo")).status, -1);
     EXPECT_EQ(Send().status, 200);
     EXPECT_NE(
         ReadUntil({}, log).find("reached the time limit and is replaced; it was in the call Test/1/wait"),
@@ -184,9 +177,7 @@ TEST_F(HostTest, WhateverTheStarterLeftBehindItRunsAndEnds) {
     EXPECT_EQ(Send({.path = "/webapi/Test/1/throw"}).status, 500) << "A line to log ends nobody.";
     const Json::Value second = Echo()["worker"];
     EXPECT_NE(second, first);
-    const std::string fifo = m_root.Path("/fifo");
-    mkfifo(fifo.c_str(), 0600);
-    EXPECT_EQ(Send({.path = "/webapi/Test/1/wait", .body = R"({"fifo":")" + fifo + "\"}"}).status, -1);
+    EXPECT_EQ(Wait(m_root.Path("/fifo")).status, -1);
     EXPECT_NE(Echo()["worker"], second);
 
     const auto start = std::chrono::steady_clock::now();
@@ -212,17 +203,14 @@ TEST_F(HostTest, WorkersThatDieAtOnceAreReplacedMoreAndMoreSlowly) {
 
 TEST_F(HostTest, SigtermLetsTheRequestsUnderWayFinish) {
     Serve();
-    const RawConnection idle(m_port);
-    const RawConnection halfSent(m_port);
+    const RawConnection idle(m_port), halfSent(m_port);
     const std::string request = RawRequest(R"({"text":"late"})");
     halfSent.Send(request.substr(0, request.size() / 2));
     EXPECT_EQ(Send().status, 200);
 
     const std::string fifo = m_root.Path("/fifo");
     mkfifo(fifo.c_str(), 0600);
-    auto waiting = std::async(std::launch::async, [&] {
-        return Send({.path = "/webapi/Test/1/wait", .body = R"({"fifo":")" + fifo + "\"}"});
-    });
+    auto waiting = std::async(std::launch::async, [&] { return Wait(fifo); });
     std::ofstream release(fifo);  // is open when the handler has begun
     kill(m_host->Pid(), SIGTERM);
     release.close();
@@ -250,13 +238,10 @@ TEST_F(HostTest, AServiceManagerPassesTheSocketAndHearsOfItsUse) {
         };
     };
     const auto listener = bound(SOCK_STREAM, INADDR_LOOPBACK);
-    for (const auto& [wrong, count] : {std::pair{&listener, "2"}, {&listener, "0"}}) {
+    const auto anywhere = bound(SOCK_STREAM, INADDR_ANY), datagrams = bound(SOCK_DGRAM, INADDR_LOOPBACK);
+    for (const auto& [wrong, count] :
+         {std::pair{&listener, "2"}, {&listener, "0"}, {&anywhere, "1"}, {&datagrams, "1"}}) {
         pass(*wrong, count);
-        EXPECT_EQ(Start({"serve"})->Wait(), 1);
-        EXPECT_TRUE(HasLogged("is to pass one socket that listens on a loopback address")) << Log();
-    }
-    for (const auto& wrong : {bound(SOCK_STREAM, INADDR_ANY), bound(SOCK_DGRAM, INADDR_LOOPBACK)}) {
-        pass(wrong, "1");
         EXPECT_EQ(Start({"serve"})->Wait(), 1);
         EXPECT_TRUE(HasLogged("is to pass one socket that listens on a loopback address")) << Log();
     }

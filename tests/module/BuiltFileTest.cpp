@@ -14,6 +14,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "kivocore/exec.h"
 #include "kivocore/file.h"
@@ -98,16 +99,10 @@ std::string TextAt(const void* table, size_t offset) {
 
 TEST_P(BuiltFile, HasTheTablesBytes) {
     ASSERT_TRUE(m_library) << dlerror();
-    struct Case {
-        const char* table;
-        const char* accessor;
-        size_t rowSize;
-        std::array<std::string, 3> apis;
-    };
-    for (const auto& [name, accessor, rowSize, apis] : {
-             Case{"gTable", "GetAPITable", 32, {"", ".Strings", ".MailContent"}},
-             Case{"gCheckTable", "GetAPICheckTable", 48, {".MailContent", ".Strings", ""}},
-         }) {
+    using Names = std::array<std::string, 3>;
+    for (const auto& [name, accessor, rowSize, apis] :
+         {std::tuple("gTable", "GetAPITable", 32U, Names{"", ".Strings", ".MailContent"}),
+          {"gCheckTable", "GetAPICheckTable", 48U, {".MailContent", ".Strings", ""}}}) {
         SCOPED_TRACE(name);
         const void* table = dlsym(m_library.get(), name);
         const auto getTable = reinterpret_cast<const void* (*)()>(dlsym(m_library.get(), accessor));

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <climits>
 #include <stdexcept>
+#include <tuple>
 
 #include "tests/support/Log.h"
 #include "tests/support/Platform.h"
@@ -65,16 +66,12 @@ TEST(RunAs, RaisesAndRestoresInOrder) {
 }
 
 TEST(RunAs, LookupFailuresSayWhy) {
-    struct Case {
-        Identity before;
-        size_t bufferSize;
-        std::string reason;
+    const std::tuple<Identity, size_t, std::string> cases[] = {
+        {{.accounts = {}, .lookupError = EIO}, 1024, "getpwnam(root) [Input/output error]"},
+        {{.accounts = {}, .lookupBufferSize = -1}, 16384, "getpwnam(root) [Name not found]"},
+        {{.lookupBufferSize = LONG_MAX}, 0, "malloc(9223372036854775807) [Cannot allocate memory]"},
     };
-    for (const auto& [before, bufferSize, reason] : {
-             Case{{.accounts = {}, .lookupError = EIO}, 1024, "getpwnam(root) [Input/output error]"},
-             Case{{.accounts = {}, .lookupBufferSize = -1}, 16384, "getpwnam(root) [Name not found]"},
-             Case{{.lookupBufferSize = LONG_MAX}, 0, "malloc(9223372036854775807) [Cannot allocate memory]"},
-         }) {
+    for (const auto& [before, bufferSize, reason] : cases) {
         ProcessIdentity() = before;
         ProcessIdentity().euid = 1024;
         LogLines().clear();

@@ -36,8 +36,7 @@ namespace {
 int RunShell(const char* command) { return KLIBCExec("/bin/sh", "-c", command, nullptr, nullptr); }
 
 TEST(Exec, ReportsHowTheProgramEnded) {
-    for (const auto& [command, status] :
-         {std::pair("exit 0", 0), std::pair("exit 127", 127), std::pair("kill -9 $$", -1)}) {
+    for (const auto& [command, status] : {std::pair("exit 0", 0), {"exit 127", 127}, {"kill -9 $$", -1}}) {
         EXPECT_EQ(RunShell(command), status) << command;
     }
     EXPECT_EQ(KLIBCExec("/bin/sh", "-c", "test \"$0\" = '$HOME *' && exit $#", "$HOME *", "one"), 1);
@@ -99,13 +98,12 @@ void ReapEveryChild(int signal) {
 TEST(Exec, KeepsTheExitStatusAndTheCallersSignalState) {
     for (const auto& [handler, flags] : std::vector<std::pair<void (*)(int), int>>{
              {SIG_DFL, 0}, {SIG_IGN, 0}, {SIG_DFL, SA_NOCLDWAIT}, {&ReapEveryChild, SA_RESTART}}) {
-        struct sigaction action {};
+        struct sigaction action {
+        }, after{};
         action.sa_handler = handler;
         action.sa_flags = flags;
-        struct sigaction after {};
         sigaction(SIGCHLD, &action, nullptr);
-        sigset_t mask;
-        sigset_t maskAfter;
+        sigset_t mask, maskAfter;
         sigemptyset(&mask);
         sigaddset(&mask, SIGUSR2);
         pthread_sigmask(SIG_SETMASK, &mask, nullptr);

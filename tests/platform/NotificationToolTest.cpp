@@ -9,6 +9,7 @@
 #include <iterator>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "kivocore/exec.h"
 #include "tests/support/ApplianceRoot.h"
@@ -79,8 +80,7 @@ TEST_F(NotificationToolTest, AReaderNeverMeetsHalfAFile) {
             EXPECT_EQ(std::system("\"$TOOL\" --gen_category_file enu"), 0);
         }
     };
-    const std::jthread first(generate);
-    const std::jthread second(generate);
+    const std::jthread first(generate), second(generate);
     while (runs > 0) {
         ASSERT_TRUE(m_root.Read(kCategoryFile) == whole);
     }
@@ -106,17 +106,12 @@ TEST_F(NotificationToolTest, ShowsWhatThePageWould) {
     m_root.WriteCatalogue("enu",
                           "[T]\nmessage={{A}} {B C} {B} {} {A}\nmail={M}\n[A]\nmessage=\naltMessage=x{\n");
     m_root.WriteCatalogue("ger", "[T]\nmessage=\xc3\xa9 {A}\n");
-    struct Row {
-        const char* arguments;
-        const char* output;
-        const char* error;
-    };
     for (const auto& [arguments, output, error] : {
-             Row{"alice T A={B} B=2 M=", "alice (enu):\n{{B}} {B C} 2 {} {B}\n", ""},
-             Row{"bob T A=1 C=1", "bob (ger):\n\xc3\xa9 1\n", "in ger no placeholder {C}"},
-             Row{"alice T A=1", "alice (enu):\n{1} {B C} {B} {} 1\n", "in enu no value for {B}, {M}"},
-             Row{"@ops A", "carol [hidden] (enu):\nx{\nbob, twin (ger):\nA\n", "in ger no text"},
-             Row{"@users nexnotify:e", "alice (enu):\nnexnotify:e\nbob (ger):\nnexnotify:e\n", ""},
+             std::tuple("alice T A={B} B=2 M=", "alice (enu):\n{{B}} {B C} 2 {} {B}\n", ""),
+             {"bob T A=1 C=1", "bob (ger):\n\xc3\xa9 1\n", "in ger no placeholder {C}"},
+             {"alice T A=1", "alice (enu):\n{1} {B C} {B} {} 1\n", "in enu no value for {B}, {M}"},
+             {"@ops A", "carol [hidden] (enu):\nx{\nbob, twin (ger):\nA\n", "in ger no text"},
+             {"@users nexnotify:e", "alice (enu):\nnexnotify:e\nbob (ger):\nnexnotify:e\n", ""},
          }) {
         EXPECT_EQ(Run(std::string("--dry-run --notify ") + arguments), *error == '\0') << arguments;
         EXPECT_EQ(m_root.Read("/output"), output);
@@ -134,8 +129,7 @@ TEST_F(NotificationToolTest, WaitsForALockButNotForLong) {
     sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
     {
         const auto notify = [] { EXPECT_EQ(std::system("\"$TOOL\" --notify alice A"), 0); };
-        const std::jthread first(notify);
-        const std::jthread second(notify);
+        const std::jthread first(notify), second(notify);
         std::this_thread::sleep_for(std::chrono::milliseconds(700));
         sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr);
     }
@@ -146,21 +140,15 @@ TEST_F(NotificationToolTest, WaitsForALockButNotForLong) {
 }
 
 TEST_F(NotificationToolTest, PrunesWhatIsOldAndNobodyHas) {
-    struct Row {
-        const char* arguments;
-        const char* output;
-        std::vector<std::string> left;  // user:message, messages, and how many of many old ones
-    };
+    // What is left: user:message, messages, and how many of many old ones.
     for (const auto& [arguments, output, left] : {
-             Row{"90d", "306 links and 306", {"1:8,2:8", "5,8,9", "0"}},
-             Row{"90d --keep 0", "306 links and 306", {"1:8,2:8", "5,8,9", "0"}},
-             Row{"90d --keep 1", "304 links and 304", {"1:8,2:8,3:7", "5,7,8,9", "1"}},
-             Row{"90d --keep 2", "300 links and 300", {"1:1,1:8,2:2,2:8,3:6,3:7", "1,2,5,6,7,8,9", "2"}},
-             Row{"90d --keep 300",
-                 "0 links and 1",
-                 {"1:1,1:3,1:8,2:1,2:2,2:8,3:6,3:7", "1,2,3,5,6,7,8,9", "300"}},
-             Row{"14w", "304 links and 303", {"1:8,2:8,3:6,3:7", "4,5,6,7,8,9", "0"}},
-             Row{"2500h", "303 links and 302", {"1:8,2:2,2:8,3:6,3:7", "2,4,5,6,7,8,9", "0"}},
+             std::tuple("90d", "306 links and 306", "1:8,2:8 5,8,9 0"),
+             {"90d --keep 0", "306 links and 306", "1:8,2:8 5,8,9 0"},
+             {"90d --keep 1", "304 links and 304", "1:8,2:8,3:7 5,7,8,9 1"},
+             {"90d --keep 2", "300 links and 300", "1:1,1:8,2:2,2:8,3:6,3:7 1,2,5,6,7,8,9 2"},
+             {"90d --keep 300", "0 links and 1", "1:1,1:3,1:8,2:1,2:2,2:8,3:6,3:7 1,2,3,5,6,7,8,9 300"},
+             {"14w", "304 links and 303", "1:8,2:8,3:6,3:7 4,5,6,7,8,9 0"},
+             {"2500h", "303 links and 302", "1:8,2:2,2:8,3:6,3:7 2,4,5,6,7,8,9 0"},
          }) {
         m_root.CreateDatabase();
         m_root.Query(
@@ -173,11 +161,11 @@ TEST_F(NotificationToolTest, PrunesWhatIsOldAndNobodyHas) {
         EXPECT_TRUE(Run(std::string("--prune --older-than ") + arguments)) << m_root.Read("/error").value();
         EXPECT_EQ(m_root.Read("/output"), std::string("Removed ") + output + " messages.\n") << arguments;
         EXPECT_EQ(m_root.Read("/error"), "");
-        const auto row = m_root.Query(
-            "SELECT (SELECT group_concat(uid || ':' || message_id) FROM nexnotify WHERE uid < 4),"
-            " (SELECT group_concat(message_id) FROM message WHERE message_id < 1000),"
-            " (SELECT count(*) FROM message JOIN nexnotify USING(message_id) WHERE uid = 4)")[0];
-        EXPECT_EQ(row, (std::vector<KIVO::Test::Column>{left.begin(), left.end()})) << arguments;
+        const auto rows = m_root.Query(
+            "SELECT (SELECT group_concat(uid || ':' || message_id) FROM nexnotify WHERE uid < 4) || ' ' ||"
+            " (SELECT group_concat(message_id) FROM message WHERE message_id < 1000) || ' ' ||"
+            " (SELECT count(*) FROM message JOIN nexnotify USING(message_id) WHERE uid = 4)");
+        EXPECT_EQ(rows[0][0], left) << arguments;
         std::filesystem::remove(m_root.Path(kDatabase));
     }
 }
@@ -189,16 +177,16 @@ TEST_F(NotificationToolTest, SaysWhatIsWrong) {
     m_root.CreateDatabase();
     for (const auto& [arguments, sentencePart] : {
              std::pair("", "required"),
-             std::pair("--gen_category_file ../enu", "is no language"),
-             std::pair("--gen_category_file ger", "no readable text catalogue"),
-             std::pair("--notify dave A", "no user \"dave\""),
-             std::pair("--notify @administrators A", "No user is in the group \"administrators\""),
-             std::pair("--notify alice B", "has the tag \"B\""),
-             std::pair("--prune", "requires --older-than"),
-             std::pair("--prune --older-than 0d", "\"0d\" is no age"),
-             std::pair("--prune --older-than 1.5d", "\"1.5d\" is no age"),
-             std::pair("--prune --older-than 9d --keep -1", "--keep"),
-             std::pair("--notify alice A =5", "\"=5\" is not of the form NAME=VALUE"),
+             {"--gen_category_file ../enu", "is no language"},
+             {"--gen_category_file ger", "no readable text catalogue"},
+             {"--notify dave A", "no user \"dave\""},
+             {"--notify @administrators A", "No user is in the group \"administrators\""},
+             {"--notify alice B", "has the tag \"B\""},
+             {"--prune", "requires --older-than"},
+             {"--prune --older-than 0d", "\"0d\" is no age"},
+             {"--prune --older-than 1.5d", "\"1.5d\" is no age"},
+             {"--prune --older-than 9d --keep -1", "--keep"},
+             {"--notify alice A =5", "\"=5\" is not of the form NAME=VALUE"},
          }) {
         ExpectFailure(arguments, sentencePart);
     }

@@ -1,6 +1,5 @@
 #include "tests/support/Log.h"
 
-#include <gtest/gtest.h>
 #include <regex.h>
 #include <syslog.h>
 
@@ -15,17 +14,6 @@ namespace KIVO::Test {
 std::vector<LogLine>& LogLines() {
     static std::vector<LogLine> lines;
     return lines;
-}
-
-std::vector<std::string> LoggedTexts() {
-    std::vector<std::string> texts;
-    for (const auto& [priority, text] : LogLines()) {
-        EXPECT_EQ(priority, LOG_ERR) << text;
-        const size_t colon = text.find(':');
-        const size_t blank = text.find(' ');
-        texts.push_back(colon < blank ? text.substr(0, colon) + ":#" + text.substr(blank) : text);
-    }
-    return texts;
 }
 
 bool Matches(const std::string& text, const std::string& expression) {

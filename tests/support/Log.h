@@ -19,10 +19,6 @@ struct LogLine {
 /// What an executable that links this has logged: it defines syslog. A test clears it to begin with.
 std::vector<LogLine>& LogLines();
 
-/// The texts of the lines, which must all be of ordinary failures, with "#" for the number behind "file:",
-/// which tells only where the code stands today. Where the number itself counts, ask LogLines.
-std::vector<std::string> LoggedTexts();
-
 /// True when the whole text matches the POSIX extended regular expression.
 bool Matches(const std::string& text, const std::string& expression);
 

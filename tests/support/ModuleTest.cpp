@@ -1,5 +1,7 @@
 #include "tests/support/ModuleTest.h"
 
+#include <syslog.h>
+
 #include "module/NEXNotifyAPI.h"
 #include "platform/kivocore/Json.h"
 
@@ -20,6 +22,17 @@ std::string Text(const APIResponse& response) {
     const bool isError = response.GetState() == APIResponse::State::Error;
     return (isError ? "error " + std::to_string(response.GetErrorCode()) : "success") + ": " +
            Text(response.GetData());
+}
+
+std::vector<std::string> LoggedTexts() {
+    std::vector<std::string> texts;
+    for (const auto& [priority, text] : LogLines()) {
+        EXPECT_EQ(priority, LOG_ERR) << text;
+        const size_t colon = text.find(':');
+        const size_t blank = text.find(' ');
+        texts.push_back(colon < blank ? text.substr(0, colon) + ":#" + text.substr(blank) : text);
+    }
+    return texts;
 }
 
 ModuleTest::ModuleTest() {

@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include <string>
+#include <vector>
 
 #include "tests/support/ApplianceRoot.h"
 #include "tests/support/Log.h"
@@ -20,6 +21,10 @@ std::string Text(const Json::Value& value);
 
 /// What a request was answered: "success: DATA", "error CODE: DATA", or "nothing".
 std::string Text(const APIResponse& response);
+
+/// The texts of LogLines, which must all be of ordinary failures, with "#" for the number behind "file:",
+/// which tells only where the code stands today.
+std::vector<std::string> LoggedTexts();
 
 /// An appliance with the users alice (an administrator, uid 1026), bob (1027, may use KIVO.App.Backup) and
 /// carol (1028, may not see the tag Hidden), and a process of the superuser's that has logged nothing.
