@@ -1,6 +1,5 @@
 #pragma once
 
-#include <json/value.h>
 #include <simdjson.h>
 
 #include <optional>
@@ -23,10 +22,6 @@ public:
 private:
     simdjson::dom::parser m_parser;
 };
-
-/// The tree that the JSON library would make of the object, in a fraction of the time. Throws
-/// std::bad_alloc.
-[[nodiscard]] Json::Value TreeOf(simdjson::dom::object object);
 
 /// Finds the member of the name. False when there are two of them, or the one is no T.
 template <class T>

@@ -2,8 +2,10 @@
 
 #include "notify/StoredRow.h"
 
+#include <algorithm>
 #include <cassert>
 #include <cstdint>
+#include <iterator>
 
 #include "module/JsonFile.h"
 #include "notify/Notify.h"
@@ -48,6 +50,51 @@ RowFacts FactsOf(const Json::Value& notification, std::string& tag) {
         facts.time = time.isConvertibleTo(Json::realValue) ? time.asDouble() : 0.0;
     }
     return facts;
+}
+
+[[nodiscard]] Json::Value TreeOf(simdjson::dom::element element);
+
+/// The tree that the JSON library would make of the object, in a fraction of the time.
+[[nodiscard]] Json::Value TreeOf(simdjson::dom::object object) {
+    // Not copied into each tree.
+    constexpr const char* kNames[] = {"msg", "time", "title"};
+    Json::Value tree(Json::objectValue);
+    for (const auto [name, value] : object) {
+        // Of two members of one name the last one stays.
+        const auto known = std::ranges::find(kNames, name);
+        (known != std::end(kNames) ? tree[Json::StaticString(*known)]
+                                   : *tree.demand(name.data(), name.data() + name.size())) = TreeOf(value);
+    }
+    return tree;
+}
+
+Json::Value TreeOf(simdjson::dom::element element) {
+    switch (element.type()) {
+        case simdjson::dom::element_type::OBJECT:
+            return TreeOf(simdjson::dom::object(element.get_object()));
+        case simdjson::dom::element_type::ARRAY: {
+            Json::Value array(Json::arrayValue);
+            for (const auto value : element.get_array()) {
+                array.append(TreeOf(value));
+            }
+            return array;
+        }
+        case simdjson::dom::element_type::STRING: {
+            const std::string_view text = element.get_string();
+            return {text.data(), text.data() + text.size()};
+        }
+        case simdjson::dom::element_type::INT64:
+            return Json::Int64{element.get_int64()};
+        case simdjson::dom::element_type::UINT64:
+            return Json::UInt64{element.get_uint64()};
+        case simdjson::dom::element_type::DOUBLE:
+            return double{element.get_double()};
+        case simdjson::dom::element_type::BOOL:
+            return bool{element.get_bool()};
+        case simdjson::dom::element_type::NULL_VALUE:
+            break;
+    }
+    return {};
 }
 
 }  // namespace
