@@ -1,9 +1,9 @@
+#include <fnmatch.h>
 #include <sys/prctl.h>
 #include <sys/un.h>
 
 #include <filesystem>
 #include <future>
-#include <regex>
 
 #include "tests/host/HostTest.h"
 
@@ -277,8 +277,8 @@ TEST_F(HostTest, TheRequestLogHasALineARequestAndNothingOfItsContent) {
     Serve({"--workers", "1", "--log-requests"});
     const auto expectLine = [this](const std::string& rest) {
         const std::string line = m_host->Read('\n');
-        const std::regex expected("20..-..-..T..:..:..\\....Z " + rest + " [0-9]+\\.[0-9]");
-        EXPECT_TRUE(std::regex_match(line, expected)) << line << '\n' << rest;
+        const std::string expected = "20*-*-*T*:*:*.*Z " + rest + " [0-9]*.[0-9]";
+        EXPECT_EQ(fnmatch(expected.c_str(), line.c_str(), 0), 0) << line << '\n' << expected;
     };
     const std::string token = kToken;
     const std::vector<std::pair<HttpRequest, std::string>> cases = {

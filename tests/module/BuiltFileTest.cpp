@@ -101,8 +101,8 @@ TEST_P(BuiltFile, HasTheTablesBytes) {
     ASSERT_TRUE(m_library) << dlerror();
     using Names = std::array<std::string, 3>;
     for (const auto& [name, accessor, rowSize, apis] :
-         {std::tuple("gTable", "GetAPITable", 32U, Names{"", ".Strings", ".MailContent"}),
-          {"gCheckTable", "GetAPICheckTable", 48U, {".MailContent", ".Strings", ""}}}) {
+         {std::tuple("gTable", "GetAPITable", size_t{32}, Names{"", ".Strings", ".MailContent"}),
+          {"gCheckTable", "GetAPICheckTable", size_t{48}, {".MailContent", ".Strings", ""}}}) {
         SCOPED_TRACE(name);
         const void* table = dlsym(m_library.get(), name);
         const auto getTable = reinterpret_cast<const void* (*)()>(dlsym(m_library.get(), accessor));
