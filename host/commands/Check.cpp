@@ -23,6 +23,7 @@
 #include "Schema.h"
 #include "host/Account.h"
 #include "host/commands/Layout.h"
+#include "host/commands/Users.h"
 #include "platform/kivocore/ApplianceRoot.h"
 #include "platform/kivocore/Catalogue.h"
 #include "platform/kivocore/FileContent.h"
@@ -371,10 +372,10 @@ void CheckUsers(const Account& account) {
         return;
     }
     Json::Value document;
-    std::string error = "It has no object \"users\".";
-    if (!Appliance::ParseJson(*content, document, &error) || !document.isObject() ||
-        !document["users"].isObject()) {
-        part.Error(path + " is no users file: " + error);
+    try {
+        document = ParseUsersFile(*content, path);
+    } catch (const std::runtime_error& error) {
+        part.Error(error.what());
         return;
     }
     const auto users = Appliance::LoadUsers();

@@ -114,13 +114,7 @@ Json::Value ReadDocument(const std::string& path) {
         throw std::runtime_error("Cannot read " + path + ": " + std::generic_category().message(errno) + "." +
                                  advice);
     }
-    Json::Value document;
-    std::string error = "It has no object \"users\".";
-    if (!Appliance::ParseJson(*content, document, &error) || !document.isObject() ||
-        !document["users"].isObject()) {
-        throw std::runtime_error(path + " is no users file: " + error);
-    }
-    return document;
+    return ParseUsersFile(*content, path);
 }
 
 std::string MakeToken() {
@@ -288,6 +282,16 @@ Json::Int64 NextUid(const Json::Value& users, const Json::Value& document) {
 }
 
 }  // namespace
+
+Json::Value ParseUsersFile(const std::string& content, const std::string& path) {
+    Json::Value document;
+    std::string error = "It has no object \"users\".";
+    if (!Appliance::ParseJson(content, document, &error) || !document.isObject() ||
+        !document["users"].isObject()) {
+        throw std::runtime_error(path + " is no users file: " + error);
+    }
+    return document;
+}
 
 Command AddUsersCommand(CLI::App& app) {
     CLI::App& users = *app.add_subcommand("users", "Adds, removes and lists the appliance's users");

@@ -4,7 +4,10 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <utility>
+
+#include "kivocore/Export.h"
 
 namespace KIVO::Appliance {
 
@@ -34,5 +37,8 @@ public:
 private:
     int m_descriptor;
 };
+
+/// Takes the exclusive flock on the file. False, with errno set, when others have it for longer.
+[[nodiscard]] KIVO_PUBLIC bool LockWithin(const FileDescriptor& file, std::chrono::milliseconds longest);
 
 }  // namespace KIVO::Appliance

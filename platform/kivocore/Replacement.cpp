@@ -1,7 +1,6 @@
 #include "platform/kivocore/Replacement.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,7 +9,6 @@
 #include <cstdio>
 #include <stdexcept>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 namespace KIVO::Appliance {
@@ -18,7 +16,6 @@ namespace KIVO::Appliance {
 namespace {
 
 constexpr std::chrono::seconds kLongestWait(5);
-constexpr std::chrono::milliseconds kPause(5);
 
 [[noreturn]] void ThrowWriteError(const std::string& path) {
     throw std::runtime_error("Cannot write " + path + ": " + std::generic_category().message(errno) + ".");
@@ -30,7 +27,7 @@ Replacement::Replacement(std::string path)
     : m_path(std::move(path)),
       m_temporaryPath(m_path + ".new"),
       m_folder(open(m_path.substr(0, m_path.rfind('/')).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    if (!m_folder.IsOpen() || !TakeTurn()) {
+    if (!m_folder.IsOpen() || !LockWithin(m_folder, kLongestWait)) {
         ThrowWriteError(m_path);
     }
     unlink(m_temporaryPath.c_str());
@@ -72,18 +69,6 @@ void Replacement::Commit(mode_t mode) {
     m_isInPlace = true;
     // Where that fails, the earlier file may be back after a power failure.
     fsync(m_folder.Get());
-}
-
-/// False, with errno set, when others have had it for too long.
-bool Replacement::TakeTurn() const {
-    const auto end = std::chrono::steady_clock::now() + kLongestWait;
-    while (flock(m_folder.Get(), LOCK_EX | LOCK_NB) != 0) {
-        if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::sleep_for(kPause);
-    }
-    return true;
 }
 
 }  // namespace KIVO::Appliance

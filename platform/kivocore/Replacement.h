@@ -36,8 +36,6 @@ public:
     void Commit(mode_t mode);
 
 private:
-    [[nodiscard]] bool TakeTurn() const;
-
     std::string m_path;
     std::string m_temporaryPath;
     FileDescriptor m_folder;

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <json/value.h>
-#include <sys/file.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -13,7 +12,6 @@
 #include <cstring>
 #include <ctime>
 #include <string>
-#include <thread>
 
 #include "platform/kivocore/ApplianceRoot.h"
 #include "platform/kivocore/ErrorState.h"
@@ -35,18 +33,6 @@ std::string HexCode(unsigned int code) {
 
 /// Whoever holds the lock longer is no writer of this log.
 constexpr std::chrono::milliseconds kLockTime(500);
-constexpr std::chrono::milliseconds kLockPause(5);
-
-[[nodiscard]] bool Lock(const FileDescriptor& file) {
-    const auto end = std::chrono::steady_clock::now() + kLockTime;
-    while (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
-        if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::sleep_for(kLockPause);
-    }
-    return true;
-}
 
 /// All of the line or nothing of it, with errno set: on a disk that fills up, the half of a line would spoil
 /// the next one too. Under a lock, so that nothing but that half is cut off. Neither waits for a reader of a
@@ -54,7 +40,7 @@ constexpr std::chrono::milliseconds kLockPause(5);
 [[nodiscard]] bool AppendLine(const std::string& path, const std::string& line) {
     const FileDescriptor file(
         open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, kLogMode));
-    if (!file.IsOpen() || !IdentifyFile(file.Get()) || !Lock(file)) {
+    if (!file.IsOpen() || !IdentifyFile(file.Get()) || !LockWithin(file, kLockTime)) {
         return false;
     }
     const auto before = IdentifyFile(file.Get());
